@@ -1,0 +1,143 @@
+#include "Hardware/LifProfileOrientationAllocSm.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "Hardware/Jericho2LifProfiles.h"
+#include "Hardware/Orientation.h"
+
+namespace Hardware::MarlTunnel {
+namespace {
+
+constexpr std::uint32_t kSpokeProfile = 10;
+constexpr std::uint32_t kFirstMeshOrientation = 3;  // slot s answers orientation s + 3
+
+}  // namespace
+
+Loom::Ptr<LifProfileOrientationAllocSm> LifProfileOrientationAllocSm::LifProfileOrientationAllocSmIs(
+    Loom::Ptr<LifProfileOrientationConfig const> const& config,
+    Loom::Ptr<LifProfileOrientationStatus> const& status, std::uint32_t meshGroups) {
+  return Loom::make<LifProfileOrientationAllocSm>(config, status, meshGroups);
+}
+
+LifProfileOrientationAllocSm::LifProfileOrientationAllocSm(
+    Loom::Ptr<LifProfileOrientationConfig const> config,
+    Loom::Ptr<LifProfileOrientationStatus> status, std::uint32_t meshGroups)
+    : config_(std::move(config)), status_(std::move(status)), meshGroups_(meshGroups) {
+  if (meshGroups_ < 1 || meshGroups_ > kMaxMeshGroups) {
+    throw std::invalid_argument("LifProfileOrientationAllocSm: meshGroups must be 1 to 4, not " +
+                                std::to_string(meshGroups_));
+  }
+  if (config_) {
+    config_->publisher().subscribe(reactor_);
+  }
+}
+
+LifProfileOrientationAllocSm::~LifProfileOrientationAllocSm() {
+  if (config_) {
+    config_->publisher().unsubscribe(reactor_);
+  }
+}
+
+Loom::TypeData const& LifProfileOrientationAllocSm::type() {
+  static Loom::TypeData const data(
+      typeName,
+      {
+          {"lifProfileOrientationConfig", Loom::AttributeKind::reference,
+           "Hardware::MarlTunnel::LifProfileOrientationConfig"},
+          {"lifProfileOrientationStatus", Loom::AttributeKind::reference,
+           "Hardware::MarlTunnel::LifProfileOrientationStatus"},
+          {"meshGroups", Loom::AttributeKind::scalar, "U32"},
+      },
+      [](Loom::ArgList const& args) -> Loom::Ptr<Loom::Node> {
+        Loom::requireArgCount(args, 3, typeName);
+        return LifProfileOrientationAllocSmIs(
+            Loom::argAt<Loom::Ptr<LifProfileOrientationConfig const>>(args, 0, typeName),
+            Loom::argAt<Loom::Ptr<LifProfileOrientationStatus>>(args, 1, typeName),
+            Loom::argAt<std::uint32_t>(args, 2, typeName));
+      });
+  return data;
+}
+
+std::uint32_t LifProfileOrientationAllocSm::slotOf(VlanAndVplsKey const& group) const {
+  auto const it = groups_.find(Group{group.instanceName(), group.vlanId(), group.groupName()});
+  return it == groups_.end() ? 0 : it->second.slot;
+}
+
+void LifProfileOrientationAllocSm::RequestReactor::onLpoRequest(
+    LifProfileOrientationKey const& key) {
+  if (allocator_.config_->lpoRequestHas(key)) {
+    allocator_.answer(key);
+  } else {
+    allocator_.withdraw(key);
+  }
+}
+
+LifProfileOrientationAllocSm::Domain LifProfileOrientationAllocSm::domainOf(
+    LifProfileOrientationKey const& key) {
+  return Domain{key.instanceName(), key.vlanId()};
+}
+
+LifProfileOrientationAllocSm::Group LifProfileOrientationAllocSm::groupOf(
+    LifProfileOrientationKey const& key) {
+  return Group{key.instanceName(), key.vlanId(), key.groupName()};
+}
+
+void LifProfileOrientationAllocSm::answer(LifProfileOrientationKey const& key) {
+  if (!key.splitHorizon() || key.groupName().empty()) {
+    status_->lpoResponseIs(key, LifProfileAndOrientation(Marl::Jericho2LifProfiles{kSpokeProfile},
+                                                         Orientation::orientation0));
+    return;
+  }
+  auto const group = groupOf(key);
+  auto it = groups_.find(group);
+  if (it == groups_.end()) {
+    auto const slot = takeFreeSlot(domainOf(key));
+    if (slot == 0) {
+      status_->lpoResponseIs(key, LifProfileAndOrientation(Marl::Jericho2LifProfiles::noLifProfile_,
+                                                           Orientation::orientationAllocFailed));
+      return;
+    }
+    it = groups_.emplace(group, GroupSlot{slot, {}}).first;
+  }
+  it->second.holders.insert(key);
+  auto const slot = it->second.slot;
+  status_->lpoResponseIs(
+      key, LifProfileAndOrientation(Marl::Jericho2LifProfiles{kSpokeProfile + slot},
+                                    Orientation{static_cast<std::uint8_t>(slot + kFirstMeshOrientation)}));
+}
+
+void LifProfileOrientationAllocSm::withdraw(LifProfileOrientationKey const& key) {
+  status_->lpoResponseDel(key);
+  auto const it = groups_.find(groupOf(key));
+  if (it == groups_.end() || it->second.holders.erase(key) == 0 || !it->second.holders.empty()) {
+    return;
+  }
+  auto const domain = domainOf(key);
+  auto& used = usedSlots_[domain];
+  used.erase(it->second.slot);
+  if (used.empty()) {
+    usedSlots_.erase(domain);
+  }
+  groups_.erase(it);
+}
+
+std::uint32_t LifProfileOrientationAllocSm::takeFreeSlot(Domain const& domain) {
+  auto& used = usedSlots_[domain];
+  for (std::uint32_t slot = 1; slot <= meshGroups_; ++slot) {
+    if (!used.contains(slot)) {
+      used.insert(slot);
+      return slot;
+    }
+  }
+  if (used.empty()) {
+    usedSlots_.erase(domain);
+  }
+  return 0;
+}
+
+namespace {
+Loom::TypeRegistration const registration(LifProfileOrientationAllocSm::type());
+}
+
+}  // namespace Hardware::MarlTunnel

@@ -1,0 +1,91 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string_view>
+#include <tuple>
+
+#include "Hardware/LifProfileOrientationConfig.h"
+#include "Hardware/LifProfileOrientationKey.h"
+#include "Hardware/LifProfileOrientationStatus.h"
+#include "Loom/Node.h"
+#include "Loom/Ptr.h"
+#include "Loom/String.h"
+#include "Loom/TypeData.h"
+
+namespace Hardware::MarlTunnel {
+
+// Allocates split-horizon orientations. Every request written into LifProfileOrientationConfig
+// is answered synchronously, inside the write, in LifProfileOrientationStatus:
+//   - a request without split horizon or without a group name is a spoke: profile 10,
+//     orientation 0;
+//   - otherwise the request's group (instance name, VLAN, group name) holds one mesh slot s of
+//     its domain (instance name, VLAN): the slot it already has, else the lowest free slot from
+//     1 to `meshGroups`; the answer is profile 10 + s, orientation s + 3;
+//   - no free slot: profile 0, orientation 8 (failed). Re-requesting a failed key tries again.
+// Withdrawing a request removes its answer; a group whose last successful request goes frees
+// its slot.
+//
+// Invariants: a slot is held by exactly one group of its domain; a group holds a slot exactly
+// while at least one of its requests is answered with it. Runs on the agent's scheduler thread
+// (the thread that writes the requests); takes no locks.
+class LifProfileOrientationAllocSm : public Loom::Node {
+ public:
+  static constexpr std::string_view typeName = "Hardware::MarlTunnel::LifProfileOrientationAllocSm";
+  static constexpr std::uint32_t kMaxMeshGroups = 4;
+
+  static Loom::Ptr<LifProfileOrientationAllocSm> LifProfileOrientationAllocSmIs(
+      Loom::Ptr<LifProfileOrientationConfig const> const& config,
+      Loom::Ptr<LifProfileOrientationStatus> const& status, std::uint32_t meshGroups = 4);
+
+  LifProfileOrientationAllocSm(Loom::Ptr<LifProfileOrientationConfig const> config,
+                               Loom::Ptr<LifProfileOrientationStatus> status,
+                               std::uint32_t meshGroups);
+  ~LifProfileOrientationAllocSm() override;
+
+  static Loom::TypeData const& type();
+  Loom::TypeData const& typeData() const override { return type(); }
+
+  // The agent's start-up synchronisation is over; counted, nothing else to do here.
+  void handleStartupSyncDone() { ++startupSyncDoneCalls_; }
+  std::uint32_t startupSyncDoneCalls() const noexcept { return startupSyncDoneCalls_; }
+
+  std::uint32_t meshGroups() const noexcept { return meshGroups_; }
+  // The mesh slot of a group, 0 when it holds none.
+  std::uint32_t slotOf(VlanAndVplsKey const& group) const;
+
+ private:
+  class RequestReactor : public LifProfileOrientationConfig::Reactor {
+   public:
+    explicit RequestReactor(LifProfileOrientationAllocSm& allocator) : allocator_(allocator) {}
+    void onLpoRequest(LifProfileOrientationKey const& key) override;
+
+   private:
+    LifProfileOrientationAllocSm& allocator_;
+  };
+
+  using Domain = std::tuple<Loom::String, std::uint16_t>;
+  using Group = std::tuple<Loom::String, std::uint16_t, Loom::String>;
+  struct GroupSlot {
+    std::uint32_t slot = 0;
+    std::set<LifProfileOrientationKey> holders;  // requests answered with the slot
+  };
+
+  static Domain domainOf(LifProfileOrientationKey const& key);
+  static Group groupOf(LifProfileOrientationKey const& key);
+
+  void answer(LifProfileOrientationKey const& key);
+  void withdraw(LifProfileOrientationKey const& key);
+  std::uint32_t takeFreeSlot(Domain const& domain);
+
+  Loom::Ptr<LifProfileOrientationConfig const> config_;
+  Loom::Ptr<LifProfileOrientationStatus> status_;
+  std::uint32_t meshGroups_;
+  std::uint32_t startupSyncDoneCalls_ = 0;
+  std::map<Group, GroupSlot> groups_;
+  std::map<Domain, std::set<std::uint32_t>> usedSlots_;
+  RequestReactor reactor_{*this};
+};
+
+}  // namespace Hardware::MarlTunnel

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <string_view>
+
+#include "Loom/Node.h"
+#include "Loom/Ptr.h"
+#include "Loom/Publisher.h"
+#include "Loom/TypeData.h"
+
+namespace Pseudowire {
+
+// The forwarding status of the VPLS instances.
+//
+// This agent only holds the table and hands it to another state machine; it has no attributes of
+// its own, only its type data, so that it can be mounted and created by name like every other
+// table. Runs on the agent's scheduler thread; takes no locks.
+class VplsForwardingStatus : public Loom::Node {
+ public:
+  static constexpr std::string_view typeName = "Pseudowire::VplsForwardingStatus";
+
+  // The table has no attributes, so there is nothing to react to; the interface exists
+  // so that every entity can be subscribed to in the same way.
+  class Reactor {
+   public:
+    virtual ~Reactor() = default;
+  };
+
+  static Loom::Ptr<VplsForwardingStatus> VplsForwardingStatusIs();
+  static Loom::TypeData const& type();
+  Loom::TypeData const& typeData() const override { return type(); }
+  Loom::Publisher<Reactor>& publisher() const { return publisher_; }
+
+ private:
+  mutable Loom::Publisher<Reactor> publisher_;
+};
+
+}  // namespace Pseudowire

@@ -1,0 +1,121 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "Cog/Log.h"
+#include "MarlTunnel/MarlVplsPwIntfDecapSm.h"
+#include "MarlTunnel/detail/SplitHorizonToggleForTest.h"
+
+namespace Hardware::MarlTunnel::test {
+
+inline Netcore::IntfId pw(std::uint32_t n) { return Netcore::IntfId::pseudowire(n); }
+inline Bridging::VlanId vlan(std::uint32_t v) { return Bridging::VlanId(v); }
+inline Fab::VplsPwIntfVlanKey pwVlan(std::uint32_t n, std::uint32_t v) {
+  return Fab::VplsPwIntfVlanKey(pw(n), vlan(v));
+}
+
+// The decap state machine on real platform entities, with the orientation allocator answering
+// its requests, and the structured log messages recorded. Inputs are written through the input
+// entities, so the state machine sees real notifications.
+struct DecapSmRig {
+  DecapSmRig() {
+    detail::resetSplitHorizonToggleCacheForTest();
+    Cog::logSinkIs([this](Cog::LogMessage const& message, std::vector<std::string> const& args,
+                          std::string const&) {
+      logs.push_back(std::string(message.identifier) + "(" + join(args) + ")");
+    });
+  }
+  ~DecapSmRig() {
+    sm = nullptr;
+    Cog::logSinkIs({});
+  }
+  DecapSmRig(DecapSmRig const&) = delete;
+  DecapSmRig& operator=(DecapSmRig const&) = delete;
+
+  void start(bool cleanSlate = true) {
+    sm = MarlVplsPwIntfDecapSm::MarlVplsPwIntfDecapSmIs(
+        decapConfig, decapStatus, pwConfig, pwStatus, mplsDecapConfig, mplsDecapStatus,
+        additionalData, lpoConfig, lpoStatus, esemConfig, esemStatus, tagPopPush, evec,
+        labelToPw, vtep, allocator, keyMap, cleanSlate, startupStage);
+  }
+
+  // Writes of the inputs.
+  void config(std::uint32_t n, std::string const& instance, std::string const& group = "",
+              bool standby = false, bool vlanAware = false, bool splitHorizon = true) {
+    pwConfig->vplsPwIntfInfoIs(pw(n), Fab::VplsPwIntfInfo(pw(n))
+                                          .vplsInstanceNameIs(instance)
+                                          .groupNameIs(group)
+                                          .standbyIs(standby)
+                                          .vlanAwareIs(vlanAware)
+                                          .splitHorizonIs(splitHorizon));
+  }
+  void label(std::uint32_t n, std::uint32_t value) {
+    decapConfig->decapLabelIs(pw(n), Netcore::MplsLabel(value));
+  }
+  void tag(std::uint32_t n, std::uint32_t v, std::uint32_t normalised) {
+    decapConfig->vlanTagInfoIs(pwVlan(n, v), Bridging::VlanIdOrNone(normalised));
+  }
+  void fec(std::uint32_t n, std::uint32_t hwFecId, std::uint32_t globalInLif) {
+    decapConfig->encapHwFecIdIs(pw(n), Fab::NexthopIndex(hwFecId, globalInLif));
+  }
+
+  // Reads of the outputs.
+  std::size_t decapEntries() const { return mplsDecapConfig->config().size(); }
+  bool hasEntry(std::uint32_t label, std::uint32_t innerTag) const {
+    return mplsDecapConfig->configHas(
+        MplsDecapInfoKey(Netcore::MplsLabel(label), Bridging::VlanIdOrNone(innerTag), 0));
+  }
+  MplsDecapInfo entry(std::uint32_t label, std::uint32_t innerTag) const {
+    return mplsDecapConfig->config(
+        MplsDecapInfoKey(Netcore::MplsLabel(label), Bridging::VlanIdOrNone(innerTag), 0));
+  }
+  std::uint32_t countProgrammed(std::uint32_t n) const {
+    auto const record = sm->localPwInfo(pw(n));
+    return record ? record->countProgrammed() : 0;
+  }
+  bool appEnabled() const { return tagPopPush->appHas(Marl::VtAppId::vplsPwTagPopPush); }
+  bool evecRequested() const {
+    return evec->evecProfileRequestHas(EvecProfileKey(14, 25));
+  }
+
+  static std::string join(std::vector<std::string> const& parts) {
+    std::string out;
+    for (auto const& p : parts) {
+      out += (out.empty() ? "" : ", ") + p;
+    }
+    return out;
+  }
+
+  Loom::Ptr<Fab::HwVplsPwDecapConfig> decapConfig = Fab::HwVplsPwDecapConfig::HwVplsPwDecapConfigIs();
+  Loom::Ptr<Fab::HwVplsPwDecapStatus> decapStatus = Fab::HwVplsPwDecapStatus::HwVplsPwDecapStatusIs();
+  Loom::Ptr<Fab::HwVplsPwConfig> pwConfig = Fab::HwVplsPwConfig::HwVplsPwConfigIs();
+  Loom::Ptr<Fab::HwVplsPwStatus> pwStatus = Fab::HwVplsPwStatus::HwVplsPwStatusIs();
+  Loom::Ptr<MplsDecapConfig> mplsDecapConfig = MplsDecapConfig::MplsDecapConfigIs();
+  Loom::Ptr<MplsDecapStatus> mplsDecapStatus = MplsDecapStatus::MplsDecapStatusIs();
+  Loom::Ptr<Fab::VplsPwIntfAdditionalDataMap> additionalData =
+      Fab::VplsPwIntfAdditionalDataMap::VplsPwIntfAdditionalDataMapIs();
+  Loom::Ptr<LifProfileOrientationConfig> lpoConfig =
+      LifProfileOrientationConfig::LifProfileOrientationConfigIs();
+  Loom::Ptr<LifProfileOrientationStatus> lpoStatus =
+      LifProfileOrientationStatus::LifProfileOrientationStatusIs();
+  Loom::Ptr<EsemConfigVpls> esemConfig = EsemConfigVpls::EsemConfigVplsIs();
+  Loom::Ptr<EsemStatusVpls> esemStatus = EsemStatusVpls::EsemStatusVplsIs();
+  Loom::Ptr<TagPopPushConfig> tagPopPush = TagPopPushConfig::TagPopPushConfigIs();
+  Loom::Ptr<EvecProfileRequestDir> evec = EvecProfileRequestDir::EvecProfileRequestDirIs();
+  Loom::Ptr<Fab::LabelToPwIntfId> labelToPw = Fab::LabelToPwIntfId::LabelToPwIntfIdIs();
+  Loom::Ptr<VtepTypeStatus> vtep = VtepTypeStatus::VtepTypeStatusIs();
+  Loom::Ptr<LifProfileOrientationAllocSm> allocator =
+      LifProfileOrientationAllocSm::LifProfileOrientationAllocSmIs(lpoConfig, lpoStatus, 4);
+  Loom::Ptr<IntfToLifProfileOrientationKeyMap> keyMap =
+      IntfToLifProfileOrientationKeyMap::IntfToLifProfileOrientationKeyMapIs();
+  Loom::Ptr<StartupStageStatus> startupStage = StartupStageStatus::StartupStageStatusIs();
+  Loom::Ptr<MarlVplsPwIntfDecapSm> sm;
+  std::vector<std::string> logs;
+};
+
+class DecapSmFixture : public ::testing::Test, public DecapSmRig {};
+
+}  // namespace Hardware::MarlTunnel::test

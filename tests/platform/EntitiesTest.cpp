@@ -1,0 +1,484 @@
+// The foreign entity tables: their accessor families, their reactor wiring and their
+// registration for creation by type name.
+
+#include <gtest/gtest.h>
+
+#include <any>
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "Fab/EvpnVplsInteropStatus.h"
+#include "Fab/FabL3AdjSyncStatusExternal.h"
+#include "Fab/FecIdToHwFecIdRequest.h"
+#include "Fab/FecIdToHwFecIdResponse.h"
+#include "Fab/HwVplsMactConfig.h"
+#include "Fab/HwVplsPwConfig.h"
+#include "Fab/HwVplsPwDecapStatus.h"
+#include "Fab/HwVplsPwStatus.h"
+#include "Fab/LabelToPwIntfId.h"
+#include "Fab/VplsHwCollectionStatus.h"
+#include "Fab/VplsHwSingletonStatus.h"
+#include "Fab/VplsPwIntfAdditionalDataMap.h"
+#include "Hardware/EsemConfigVpls.h"
+#include "Hardware/EsemStatusVpls.h"
+#include "Hardware/EvecProfileRequestDir.h"
+#include "Hardware/IntfToLifProfileOrientationKeyMap.h"
+#include "Hardware/LifProfileOrientationConfig.h"
+#include "Hardware/LifProfileOrientationStatus.h"
+#include "Hardware/MplsDecapConfig.h"
+#include "Hardware/MplsDecapStatus.h"
+#include "Hardware/StartupStageStatus.h"
+#include "Hardware/TagPopPushConfig.h"
+#include "Hardware/VtepTypeStatus.h"
+#include "Loom/TypeData.h"
+#include "Mpls/Api/LabelManagerStatus.h"
+#include "Mpls/Hardware/Capability.h"
+#include "Mpls/LfibStatus.h"
+#include "Netcore/IntfIdDisplayContext.h"
+#include "Pseudowire/VplsForwardingStatus.h"
+
+namespace {
+
+namespace HM = ::Hardware::MarlTunnel;
+using ::Hardware::Marl::Jericho2LifProfiles;
+using Netcore::IntfId;
+
+IntfId pw(std::uint32_t n) {
+  return IntfId::pseudowire(n);
+}
+
+HM::LifProfileOrientationKey lpoKey(char const* instance, std::uint16_t vlan, char const* group,
+                                    IntfId intf) {
+  return HM::LifProfileOrientationKey(HM::VlanAndVplsKey(instance, vlan, group, true), intf);
+}
+
+HM::MplsDecapInfoKey decapKey(std::uint32_t label, std::uint32_t tag) {
+  return HM::MplsDecapInfoKey(Netcore::MplsLabel(label), Bridging::VlanIdOrNone(tag));
+}
+
+// --- Keyed collections -------------------------------------------------------------------------
+//
+// One case per collection member: how to reach its accessor family, two keys in ascending order,
+// a value to store, and what a lookup of an absent key must return. The recorder overrides only
+// the member's own handler, so a collection wired to another member's handler goes unnoticed by
+// it and fails the case.
+#define COLLECTION_CASE(CaseName, EntityType, member, handler, KeyType, ValueType, k1, k2, v, \
+                        absentValue)                                                          \
+  struct CaseName {                                                                           \
+    static constexpr char const* name = #CaseName;                                            \
+    using Entity = EntityType;                                                                \
+    using Key = KeyType;                                                                      \
+    using Value = ValueType;                                                                  \
+    struct Recorder : Entity::Reactor {                                                       \
+      std::vector<Key> keys;                                                                  \
+      void handler(Key const& k) override { keys.push_back(k); }                              \
+    };                                                                                        \
+    static Loom::Ptr<Entity> create() {                                                       \
+      return Loom::dynamicPtrCast<Entity>(                                                    \
+          Loom::TypeRegistry::instance().create(Entity::typeName, {}));                       \
+    }                                                                                         \
+    static std::pair<Key, Key> keys() { return {k1, k2}; }                                    \
+    static Value value() { return v; }                                                        \
+    static Value absent() { return absentValue; }                                             \
+    static auto const& all(Entity const& e) { return e.member(); }                            \
+    static Value get(Entity const& e, Key const& k) { return e.member(k); }                   \
+    static bool has(Entity const& e, Key const& k) { return e.member##Has(k); }               \
+    static void set(Entity& e, Key const& k, Value const& val) { e.member##Is(k, val); }      \
+    static void del(Entity& e, Key const& k) { e.member##Del(k); }                            \
+    static void delAll(Entity& e) { e.member##DelAll(); }                                     \
+  }
+
+COLLECTION_CASE(
+    HwVplsPwConfigInfo, Fab::HwVplsPwConfig, vplsPwIntfInfo, onVplsPwIntfInfo, IntfId,
+    Fab::VplsPwIntfInfo, pw(1), pw(2),
+    Fab::VplsPwIntfInfo(pw(1)).vplsInstanceNameIs("blue").remoteLabelIs(Netcore::MplsLabel(100)),
+    Fab::VplsPwIntfInfo());
+COLLECTION_CASE(HwVplsPwDecapStatusDecap, Fab::HwVplsPwDecapStatus, decapStatus, onDecapStatus,
+                Fab::VplsPwIntfVlanKey, Fab::NexthopIndex,
+                Fab::VplsPwIntfVlanKey(pw(1), Bridging::VlanId(10)),
+                Fab::VplsPwIntfVlanKey(pw(1), Bridging::VlanId(20)),
+                Fab::NexthopIndex(std::uint32_t{5}, std::uint32_t{0x1000}),
+                Fab::NexthopIndex(Fab::NexthopIndex::kInvalid));
+COLLECTION_CASE(HwVplsPwStatusEncap, Fab::HwVplsPwStatus, encapAdditionalId, onEncapAdditionalId,
+                IntfId, Fab::VplsEncapAdditionalId, pw(3), pw(4), Fab::VplsEncapAdditionalId(7),
+                Fab::VplsEncapAdditionalId(0));
+COLLECTION_CASE(AdditionalData, Fab::VplsPwIntfAdditionalDataMap, additionalDataMap,
+                onAdditionalDataMap, Fab::VplsIntfKey, std::uint16_t,
+                Fab::VplsIntfKey("a", "g", pw(1), true), Fab::VplsIntfKey("b", "g", pw(1), true),
+                std::uint16_t{9}, std::uint16_t{0});
+COLLECTION_CASE(LabelToPw, Fab::LabelToPwIntfId, labelToPwIntf, onLabelToPwIntf, Netcore::MplsLabel,
+                IntfId, Netcore::MplsLabel(100), Netcore::MplsLabel(200), pw(5), IntfId());
+COLLECTION_CASE(HwFecIdResponse, Fab::FecIdToHwFecIdResponse, hwFecIdResponse, onHwFecIdResponse,
+                std::uint64_t, Fab::NexthopIndex, std::uint64_t{10}, std::uint64_t{20},
+                Fab::NexthopIndex(std::uint32_t{3}, std::uint32_t{4}),
+                Fab::NexthopIndex(Fab::NexthopIndex::kInvalid));
+COLLECTION_CASE(RequestAdjSyncId, Fab::FecIdToHwFecIdRequest, adjSyncIdMap, onAdjSyncIdMap,
+                std::uint32_t, std::uint32_t, 1u, 2u, 7u, 0u);
+COLLECTION_CASE(RequestSyncReady, Fab::FecIdToHwFecIdRequest, syncRequestsReady,
+                onSyncRequestsReady, std::uint32_t, bool, 1u, 2u, true, false);
+COLLECTION_CASE(RequestFecGen, Fab::FecIdToHwFecIdRequest, fecGen, onFecGen, std::uint32_t,
+                std::uint64_t, 1u, 2u, std::uint64_t{3}, std::uint64_t{0});
+COLLECTION_CASE(RequestExtFecGen, Fab::FecIdToHwFecIdRequest, extFecGen, onExtFecGen, std::uint32_t,
+                std::uint64_t, 1u, 2u, std::uint64_t{4}, std::uint64_t{0});
+COLLECTION_CASE(RequestHwFecId, Fab::FecIdToHwFecIdRequest, hwFecIdRequest, onHwFecIdRequest,
+                std::uint64_t, bool, std::uint64_t{1}, std::uint64_t{2}, true, false);
+COLLECTION_CASE(RequestObjTuple, Fab::FecIdToHwFecIdRequest, objTupleToFecId, onObjTupleToFecId,
+                std::uint64_t, std::uint64_t, std::uint64_t{1}, std::uint64_t{2}, std::uint64_t{9},
+                std::uint64_t{0});
+COLLECTION_CASE(DecapConfig, HM::MplsDecapConfig, config, onConfig, HM::MplsDecapInfoKey,
+                HM::MplsDecapInfo, decapKey(100, 10), decapKey(100, 20),
+                HM::MplsDecapInfo(decapKey(100, 10))
+                    .hwFecIdIs(5)
+                    .inLifProfileIs(Jericho2LifProfiles::vplsSpokeInLifProfile_),
+                HM::MplsDecapInfo());
+COLLECTION_CASE(DecapStatus, HM::MplsDecapStatus, status, onStatus, HM::MplsDecapInfoKey, bool,
+                decapKey(100, 10), decapKey(200, 0), true, false);
+COLLECTION_CASE(LpoResponse, HM::LifProfileOrientationStatus, lpoResponse, onLpoResponse,
+                HM::LifProfileOrientationKey, HM::LifProfileAndOrientation,
+                lpoKey("a", 0, "g", pw(1)), lpoKey("a", 0, "g", pw(2)),
+                HM::LifProfileAndOrientation(Jericho2LifProfiles::vplsMeshInLifProfile1_,
+                                             HM::Orientation::orientation1),
+                HM::LifProfileAndOrientation());
+COLLECTION_CASE(EsemConfig, HM::EsemConfigVpls, esemConfig, onEsemConfig, HM::EsemConfigKeyVpls,
+                HM::EsemConfigInfoVpls, HM::EsemConfigKeyVpls(5, 10), HM::EsemConfigKeyVpls(5, 20),
+                HM::EsemConfigInfoVpls(10, 14, Jericho2LifProfiles::vplsEsemOutLifProfile1_),
+                HM::EsemConfigInfoVpls());
+COLLECTION_CASE(EsemStatus, HM::EsemStatusVpls, status, onStatus, HM::EsemConfigKeyVpls, bool,
+                HM::EsemConfigKeyVpls(5, 10), HM::EsemConfigKeyVpls(6, 10), true, false);
+COLLECTION_CASE(TagPopPush, HM::TagPopPushConfig, app, onApp, ::Hardware::Marl::VtAppId, bool,
+                ::Hardware::Marl::VtAppId::vplsPwTagPopPush,
+                static_cast<::Hardware::Marl::VtAppId>(26), true, false);
+COLLECTION_CASE(IntfToLpoKey, HM::IntfToLifProfileOrientationKeyMap, lifProfileOrientationKey,
+                onLifProfileOrientationKey, IntfId, HM::LifProfileOrientationKey, pw(1), pw(2),
+                lpoKey("", 10, "g", pw(1)), HM::LifProfileOrientationKey());
+
+#undef COLLECTION_CASE
+
+template <class Case>
+class EntityCollectionTest : public ::testing::Test {};
+
+struct CaseNames {
+  template <class Case>
+  static std::string GetName(int) {
+    return Case::name;
+  }
+};
+
+using CollectionCases =
+    ::testing::Types<HwVplsPwConfigInfo, HwVplsPwDecapStatusDecap, HwVplsPwStatusEncap,
+                     AdditionalData, LabelToPw, HwFecIdResponse, RequestAdjSyncId, RequestSyncReady,
+                     RequestFecGen, RequestExtFecGen, RequestHwFecId, RequestObjTuple, DecapConfig,
+                     DecapStatus, LpoResponse, EsemConfig, EsemStatus, TagPopPush, IntfToLpoKey>;
+TYPED_TEST_SUITE(EntityCollectionTest, CollectionCases, CaseNames);
+
+TYPED_TEST(EntityCollectionTest, AccessorFamilyAndHandler) {
+  using C = TypeParam;
+  auto const entity = C::create();
+  ASSERT_TRUE(entity);
+  typename C::Recorder recorder;
+  entity->publisher().subscribe(recorder);
+  auto const [k1, k2] = C::keys();
+  ASSERT_TRUE(k1 < k2);
+  ASSERT_FALSE(C::value() == C::absent());
+
+  // Absent: lookup yields the absent value, and reading notifies nobody.
+  EXPECT_FALSE(C::has(*entity, k1));
+  EXPECT_EQ(C::get(*entity, k1), C::absent());
+  EXPECT_TRUE(recorder.keys.empty());
+
+  // Writes store under exactly the written key and notify that key.
+  C::set(*entity, k2, C::value());
+  EXPECT_EQ(recorder.keys, std::vector{k2});
+  EXPECT_FALSE(C::has(*entity, k1));
+  C::set(*entity, k1, C::value());
+  EXPECT_EQ(recorder.keys, (std::vector{k2, k1}));
+  EXPECT_TRUE(C::has(*entity, k1));
+  EXPECT_EQ(C::get(*entity, k1), C::value());
+
+  std::vector<typename C::Key> seen;
+  for (auto const& [key, value] : C::all(*entity)) {
+    seen.push_back(key);
+    EXPECT_EQ(value, C::value());
+  }
+  EXPECT_EQ(seen, (std::vector{k1, k2}));
+
+  // Deleting notifies the deleted key; deleting it again notifies nobody.
+  recorder.keys.clear();
+  C::del(*entity, k1);
+  EXPECT_EQ(recorder.keys, std::vector{k1});
+  EXPECT_FALSE(C::has(*entity, k1));
+  EXPECT_EQ(C::get(*entity, k1), C::absent());
+  EXPECT_TRUE(C::has(*entity, k2));
+  C::del(*entity, k1);
+  EXPECT_EQ(recorder.keys, std::vector{k1});
+
+  // Deleting everything notifies once per member, in key order.
+  C::set(*entity, k1, C::value());
+  recorder.keys.clear();
+  C::delAll(*entity);
+  EXPECT_EQ(recorder.keys, (std::vector{k1, k2}));
+  EXPECT_EQ(C::all(*entity).size(), 0u);
+  C::delAll(*entity);
+  EXPECT_EQ(recorder.keys.size(), 2u);
+}
+
+// --- Lookups whose absent value callers rely on field by field ----------------------------------
+
+TEST(EntityDefaults, AbsentPseudowireConfigIsTheDefaultRecord) {
+  auto const config = Fab::HwVplsPwConfig::HwVplsPwConfigIs();
+  config->vplsPwIntfInfoIs(pw(1), Fab::VplsPwIntfInfo(pw(1)).standbyIs(true));
+  auto const info = config->vplsPwIntfInfo(pw(2));
+  EXPECT_TRUE(info.pwIntfId().empty());
+  EXPECT_TRUE(info.vplsInstanceName().empty());
+  EXPECT_FALSE(info.standby());
+  EXPECT_FALSE(info.remoteLabel().isLabel());
+  EXPECT_TRUE(config->vplsPwIntfInfo(pw(1)).standby());
+}
+
+TEST(EntityDefaults, AbsentInterfaceHasTheDefaultOrientationKey) {
+  auto const map = HM::IntfToLifProfileOrientationKeyMap::IntfToLifProfileOrientationKeyMapIs();
+  map->lifProfileOrientationKeyIs(pw(1), lpoKey("blue", 0, "g", pw(1)));
+  auto const key = map->lifProfileOrientationKey(pw(2));
+  EXPECT_TRUE(key.instanceName().empty());
+  EXPECT_EQ(key.vlanId(), 0u);
+  EXPECT_TRUE(key.groupName().empty());
+  EXPECT_FALSE(key.splitHorizon());
+  EXPECT_TRUE(key.pwIntfId().empty());
+  EXPECT_EQ(map->lifProfileOrientationKey(pw(1)).instanceName(), "blue");
+}
+
+TEST(EntityDefaults, ResponseTableEmptyFollowsItsEntries) {
+  auto const table = Fab::FecIdToHwFecIdResponse::FecIdToHwFecIdResponseIs();
+  EXPECT_TRUE(table->empty());
+  table->hwFecIdResponseIs(1, Fab::NexthopIndex(std::uint64_t{2}));
+  EXPECT_FALSE(table->empty());
+  table->hwFecIdResponseDel(1);
+  EXPECT_TRUE(table->empty());
+}
+
+// --- The set and the self-keyed collection -------------------------------------------------------
+
+TEST(EntitySet, OrientationRequestsNotifyTheirKey) {
+  struct Recorder : HM::LifProfileOrientationConfig::Reactor {
+    std::vector<HM::LifProfileOrientationKey> keys;
+    void onLpoRequest(HM::LifProfileOrientationKey const& k) override { keys.push_back(k); }
+  };
+  auto const config = HM::LifProfileOrientationConfig::LifProfileOrientationConfigIs();
+  Recorder recorder;
+  config->publisher().subscribe(recorder);
+  auto const a = lpoKey("a", 0, "g", pw(1));
+  auto const b = lpoKey("a", 0, "g", pw(2));
+
+  config->lpoRequestIs(b);
+  config->lpoRequestIs(a);
+  EXPECT_EQ(recorder.keys, (std::vector{b, a}));
+  EXPECT_TRUE(config->lpoRequestHas(a));
+  EXPECT_FALSE(config->lpoRequestHas(lpoKey("a", 0, "h", pw(1))));
+  EXPECT_EQ(std::vector(config->lpoRequest().begin(), config->lpoRequest().end()),
+            (std::vector{a, b}));
+
+  recorder.keys.clear();
+  config->lpoRequestDel(a);
+  config->lpoRequestDel(a);
+  EXPECT_EQ(recorder.keys, std::vector{a});
+  config->lpoRequestIs(a);
+  recorder.keys.clear();
+  config->lpoRequestDelAll();
+  EXPECT_EQ(recorder.keys, (std::vector{a, b}));
+  EXPECT_FALSE(config->lpoRequestHas(b));
+}
+
+TEST(EntitySet, EvecRequestIsFiledUnderItsOwnKey) {
+  struct Recorder : HM::EvecProfileRequestDir::Reactor {
+    std::vector<HM::EvecProfileKey> keys;
+    void onEvecProfileRequest(HM::EvecProfileKey const& k) override { keys.push_back(k); }
+  };
+  auto const dir = HM::EvecProfileRequestDir::EvecProfileRequestDirIs();
+  Recorder recorder;
+  dir->publisher().subscribe(recorder);
+  HM::EvecProfileRequest const vpls(HM::EvecProfileKey::kVplsEditProfile,
+                                    HM::EvecProfileKey::kVplsVtApp);
+  HM::EvecProfileRequest const other(1, 2);
+
+  EXPECT_EQ(dir->evecProfileRequest(vpls.key()), HM::EvecProfileRequest());
+  dir->evecProfileRequestIs(vpls);
+  dir->evecProfileRequestIs(other);
+  EXPECT_EQ(recorder.keys, (std::vector{vpls.key(), other.key()}));
+  EXPECT_TRUE(dir->evecProfileRequestHas(HM::EvecProfileKey(14, 25)));
+  EXPECT_EQ(dir->evecProfileRequest(HM::EvecProfileKey(14, 25)), vpls);
+  EXPECT_FALSE(dir->evecProfileRequestHas(HM::EvecProfileKey(25, 14)));
+
+  recorder.keys.clear();
+  dir->evecProfileRequestDel(vpls.key());
+  EXPECT_EQ(recorder.keys, std::vector{vpls.key()});
+  EXPECT_EQ(dir->evecProfileRequest().size(), 1u);
+  dir->evecProfileRequestDelAll();
+  EXPECT_EQ(recorder.keys, (std::vector{vpls.key(), other.key()}));
+  EXPECT_EQ(dir->evecProfileRequest().size(), 0u);
+}
+
+// --- Scalars -------------------------------------------------------------------------------------
+
+struct VtepRecorder : HM::VtepTypeStatus::Reactor {
+  std::vector<std::string> events;
+  void onVxlanPresent() override { events.emplace_back("vxlanPresent"); }
+  void onVxlanDciConfigured() override { events.emplace_back("vxlanDciConfigured"); }
+};
+
+TEST(EntityScalar, EachVtepFlagNotifiesOnlyItsOwnHandler) {
+  struct Row {
+    std::string name;
+    void (HM::VtepTypeStatus::*write)(bool);
+    bool (HM::VtepTypeStatus::*read)() const noexcept;
+    bool (HM::VtepTypeStatus::*otherRead)() const noexcept;
+  };
+  std::vector<Row> const rows = {
+      {"vxlanPresent", &HM::VtepTypeStatus::vxlanPresentIs, &HM::VtepTypeStatus::vxlanPresent,
+       &HM::VtepTypeStatus::vxlanDciConfigured},
+      {"vxlanDciConfigured", &HM::VtepTypeStatus::vxlanDciConfiguredIs,
+       &HM::VtepTypeStatus::vxlanDciConfigured, &HM::VtepTypeStatus::vxlanPresent},
+  };
+  for (auto const& row : rows) {
+    SCOPED_TRACE(row.name);
+    auto const status = HM::VtepTypeStatus::VtepTypeStatusIs();
+    VtepRecorder recorder;
+    status->publisher().subscribe(recorder);
+    EXPECT_FALSE(((*status).*row.read)());
+    ((*status).*row.write)(true);
+    EXPECT_TRUE(((*status).*row.read)());
+    EXPECT_FALSE(((*status).*row.otherRead)());
+    ((*status).*row.write)(false);
+    EXPECT_FALSE(((*status).*row.read)());
+    EXPECT_EQ(recorder.events, (std::vector{row.name, row.name}));
+  }
+}
+
+TEST(EntityScalar, StartupStageNotifiesEveryWrite) {
+  struct Recorder : HM::StartupStageStatus::Reactor {
+    int calls = 0;
+    void onVplsSmReady() override { ++calls; }
+  };
+  auto const status = HM::StartupStageStatus::StartupStageStatusIs();
+  Recorder recorder;
+  status->publisher().subscribe(recorder);
+  EXPECT_FALSE(status->vplsSmReady());
+  status->vplsSmReadyIs(true);
+  EXPECT_TRUE(status->vplsSmReady());
+  EXPECT_EQ(recorder.calls, 1);
+}
+
+// --- Registration --------------------------------------------------------------------------------
+
+struct Registered {
+  std::string_view name;
+  std::vector<std::string_view> attributes;
+};
+
+std::vector<Registered> const kRegistered = {
+    {"Fab::HwVplsPwConfig", {"vplsPwIntfInfo"}},
+    {"Fab::HwVplsPwDecapStatus", {"decapStatus"}},
+    {"Fab::HwVplsPwStatus", {"encapAdditionalId"}},
+    {"Fab::VplsPwIntfAdditionalDataMap", {"additionalDataMap"}},
+    {"Fab::LabelToPwIntfId", {"labelToPwIntf"}},
+    {"Fab::FecIdToHwFecIdResponse", {"hwFecIdResponse"}},
+    {"Fab::FecIdToHwFecIdRequest",
+     {"adjSyncIdMap", "syncRequestsReady", "fecGen", "extFecGen", "hwFecIdRequest",
+      "objTupleToFecId"}},
+    {"Fab::VplsHwCollectionStatus", {}},
+    {"Fab::VplsHwSingletonStatus", {}},
+    {"Fab::FabL3AdjSyncStatusExternal", {}},
+    {"Fab::EvpnVplsInteropStatus", {}},
+    {"Fab::HwVplsMactConfig", {}},
+    {"Hardware::MarlTunnel::MplsDecapConfig", {"config"}},
+    {"Hardware::MarlTunnel::MplsDecapStatus", {"status"}},
+    {"Hardware::MarlTunnel::LifProfileOrientationConfig", {"lpoRequest"}},
+    {"Hardware::MarlTunnel::LifProfileOrientationStatus", {"lpoResponse"}},
+    {"Hardware::MarlTunnel::EsemConfigVpls", {"esemConfig"}},
+    {"Hardware::MarlTunnel::EsemStatusVpls", {"status"}},
+    {"Hardware::MarlTunnel::TagPopPushConfig", {"app"}},
+    {"Hardware::MarlTunnel::EvecProfileRequestDir", {"evecProfileRequest"}},
+    {"Hardware::MarlTunnel::VtepTypeStatus", {"vxlanPresent", "vxlanDciConfigured"}},
+    {"Hardware::MarlTunnel::IntfToLifProfileOrientationKeyMap", {"lifProfileOrientationKey"}},
+    {"Hardware::MarlTunnel::StartupStageStatus", {"vplsSmReady"}},
+    {"Netcore::IntfIdDisplayContext", {}},
+    {"Mpls::Hardware::Capability", {}},
+    {"Mpls::LfibStatus", {}},
+    {"Mpls::Api::LabelManagerStatus", {}},
+    {"Pseudowire::VplsForwardingStatus", {}},
+};
+
+TEST(EntityRegistry, EveryTypeIsCreatedByNameAndDescribesItself) {
+  auto const& registry = Loom::TypeRegistry::instance();
+  for (auto const& expected : kRegistered) {
+    SCOPED_TRACE(std::string(expected.name));
+    auto const* type = registry.find(expected.name);
+    ASSERT_NE(type, nullptr);
+    auto const node = registry.create(expected.name, {});
+    ASSERT_TRUE(node);
+    EXPECT_EQ(node->typeData().name(), expected.name);
+    EXPECT_EQ(&node->typeData(), type);
+
+    std::vector<std::string_view> names;
+    for (auto const& attr : type->attributes()) {
+      names.push_back(attr.name);
+    }
+    EXPECT_EQ(names, expected.attributes);
+
+    EXPECT_THROW(registry.create(expected.name, {std::any(1)}), std::invalid_argument);
+  }
+}
+
+TEST(EntityRegistry, RequestTableMountsItsSixCollectionsInOrder) {
+  auto const& attrs = Fab::FecIdToHwFecIdRequest::type().attributes();
+  std::vector<std::pair<std::string_view, std::string_view>> const expected = {
+      {"adjSyncIdMap", "std::uint32_t"}, {"syncRequestsReady", "bool"},
+      {"fecGen", "std::uint64_t"},       {"extFecGen", "std::uint64_t"},
+      {"hwFecIdRequest", "bool"},        {"objTupleToFecId", "std::uint64_t"},
+  };
+  ASSERT_EQ(attrs.size(), expected.size());
+  for (std::size_t i = 0; i < attrs.size(); ++i) {
+    EXPECT_EQ(attrs[i].name, expected[i].first);
+    EXPECT_EQ(attrs[i].kind, Loom::AttributeKind::collection);
+    EXPECT_EQ(attrs[i].typeName, expected[i].second);
+  }
+}
+
+TEST(EntityRegistry, AttributeKindsMatchTheAccessors) {
+  auto const& registry = Loom::TypeRegistry::instance();
+  EXPECT_EQ(registry.find("Hardware::MarlTunnel::LifProfileOrientationConfig")
+                ->attribute("lpoRequest")
+                ->kind,
+            Loom::AttributeKind::set);
+  EXPECT_EQ(registry.find("Hardware::MarlTunnel::VtepTypeStatus")->attribute("vxlanPresent")->kind,
+            Loom::AttributeKind::scalar);
+  EXPECT_EQ(registry.find("Fab::HwVplsPwConfig")->attribute("vplsPwIntfInfo")->typeName,
+            "Fab::VplsPwIntfInfo");
+}
+
+// --- Interface name display ----------------------------------------------------------------------
+
+TEST(EntityDisplay, InterfaceNames) {
+  struct Row {
+    IntfId id;
+    std::string full;
+    std::string shortName;
+  };
+  std::vector<Row> const rows = {
+      {IntfId(), "", ""},
+      {pw(1), "Pseudowire1", "Pw1"},
+      {pw(65535), "Pseudowire65535", "Pw65535"},
+      {IntfId::fromValue(0x01000005), "IntfId(0x01000005)", "IntfId(0x01000005)"},
+  };
+  auto const display = Netcore::IntfIdDisplayContext::IntfIdDisplayContextIs();
+  for (auto const& row : rows) {
+    SCOPED_TRACE(row.full);
+    EXPECT_EQ(display->name(row.id), row.full);
+    EXPECT_EQ(display->shortName(row.id), row.shortName);
+  }
+}
+
+}  // namespace

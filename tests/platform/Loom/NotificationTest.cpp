@@ -1,0 +1,197 @@
+// Notification promises of framework entities, observed through HwVplsPwDecapConfig.
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "Fab/HwVplsPwDecapConfig.h"
+
+namespace {
+
+using Fab::HwVplsPwDecapConfig;
+using Netcore::IntfId;
+using Netcore::MplsLabel;
+
+IntfId pw(std::uint32_t n) { return IntfId::pseudowire(n); }
+
+// Appends "<name>:<member> <key>" to a shared log, then runs its hook (if any).
+class Recorder : public HwVplsPwDecapConfig::Reactor {
+ public:
+  Recorder(std::string name, std::vector<std::string>& log) : name_(std::move(name)), log_(log) {}
+
+  std::function<void()> hook;
+
+  void onVlanTagInfo(Fab::VplsPwIntfVlanKey const& k) override {
+    note("vlanTagInfo " + k.pwIntfId().toString() + "/" + k.vlanId().toString());
+  }
+  void onEncapHwFecId(IntfId const& k) override { note("encapHwFecId " + k.toString()); }
+  void onDecapLabel(IntfId const& k) override { note("decapLabel " + k.toString()); }
+  void onStartupSyncDone() override { note("startupSyncDone"); }
+  void onRestartDone() override { note("restartDone"); }
+
+ private:
+  void note(std::string what) {
+    log_.push_back(name_ + ":" + what);
+    if (hook) {
+      hook();
+    }
+  }
+
+  std::string name_;
+  std::vector<std::string>& log_;
+};
+
+using Log = std::vector<std::string>;
+
+class LoomNotification : public ::testing::Test {
+ protected:
+  Loom::Ptr<HwVplsPwDecapConfig> cfg = HwVplsPwDecapConfig::HwVplsPwDecapConfigIs();
+  Log log;
+  Recorder a{"a", log};
+  Recorder b{"b", log};
+  Recorder c{"c", log};
+};
+
+TEST_F(LoomNotification, EveryWriteNotifiesAfterStoringEvenWhenTheValueIsUnchanged) {
+  cfg->publisher().subscribe(a);
+  std::vector<std::uint32_t> seen;
+  a.hook = [&] { seen.push_back(cfg->decapLabel(pw(1)).value()); };
+  Fab::VplsPwIntfVlanKey const key(pw(1), Bridging::VlanId(10));
+
+  cfg->decapLabelIs(pw(1), MplsLabel(100));
+  cfg->decapLabelIs(pw(1), MplsLabel(100));
+  cfg->encapHwFecIdIs(pw(1), Fab::NexthopIndex(1, 2));
+  cfg->encapHwFecIdIs(pw(1), Fab::NexthopIndex(1, 2));
+  cfg->vlanTagInfoIs(key, Bridging::VlanIdOrNone(5));
+  cfg->vlanTagInfoIs(key, Bridging::VlanIdOrNone(5));
+  cfg->startupSyncDoneIs(true);
+  cfg->startupSyncDoneIs(true);
+  cfg->restartDoneIs(false);  // the default value: still a write
+
+  EXPECT_EQ(log, (Log{"a:decapLabel Pseudowire1", "a:decapLabel Pseudowire1",
+                      "a:encapHwFecId Pseudowire1", "a:encapHwFecId Pseudowire1",
+                      "a:vlanTagInfo Pseudowire1/10", "a:vlanTagInfo Pseudowire1/10",
+                      "a:startupSyncDone", "a:startupSyncDone", "a:restartDone"}));
+  EXPECT_EQ(seen.front(), 100u);  // the reactor already sees the new value
+  EXPECT_TRUE(cfg->startupSyncDone());
+}
+
+TEST_F(LoomNotification, DeletingNotifiesOnlyWhenSomethingWasRemoved) {
+  cfg->publisher().subscribe(a);
+  Fab::VplsPwIntfVlanKey const key(pw(2), Bridging::VlanId(20));
+  cfg->decapLabelDel(pw(1));
+  cfg->encapHwFecIdDel(pw(1));
+  cfg->vlanTagInfoDel(key);
+  cfg->decapLabelDelAll();
+  EXPECT_TRUE(log.empty());
+
+  cfg->decapLabelIs(pw(1), MplsLabel(7));
+  cfg->vlanTagInfoIs(key, Bridging::VlanIdOrNone(3));
+  log.clear();
+  cfg->decapLabelDel(pw(1));
+  cfg->decapLabelDel(pw(1));
+  cfg->vlanTagInfoDel(key);
+  cfg->vlanTagInfoDel(key);
+  EXPECT_EQ(log, (Log{"a:decapLabel Pseudowire1", "a:vlanTagInfo Pseudowire2/20"}));
+  EXPECT_EQ(cfg->decapLabel(pw(1)), MplsLabel());  // absent reads as "no label"
+}
+
+TEST_F(LoomNotification, DelAllNotifiesOncePerMemberInKeyOrderAfterEachRemoval) {
+  cfg->publisher().subscribe(a);
+  for (std::uint32_t n : {10u, 2u, 1u}) {
+    cfg->decapLabelIs(pw(n), MplsLabel(n));
+    cfg->vlanTagInfoIs({pw(n), Bridging::VlanId(100)}, Bridging::VlanIdOrNone(1));
+    cfg->vlanTagInfoIs({pw(n), Bridging::VlanId(9)}, Bridging::VlanIdOrNone(1));
+  }
+  std::vector<std::size_t> remaining;
+  a.hook = [&] { remaining.push_back(cfg->decapLabel().size()); };
+  log.clear();
+
+  cfg->decapLabelDelAll();
+  EXPECT_EQ(log,
+            (Log{"a:decapLabel Pseudowire1", "a:decapLabel Pseudowire2", "a:decapLabel Pseudowire10"}));
+  EXPECT_EQ(remaining, (std::vector<std::size_t>{2, 1, 0}));
+
+  log.clear();
+  cfg->vlanTagInfoDelAll();
+  EXPECT_EQ(log, (Log{"a:vlanTagInfo Pseudowire1/9", "a:vlanTagInfo Pseudowire1/100",
+                      "a:vlanTagInfo Pseudowire2/9", "a:vlanTagInfo Pseudowire2/100",
+                      "a:vlanTagInfo Pseudowire10/9", "a:vlanTagInfo Pseudowire10/100"}));
+}
+
+TEST_F(LoomNotification, ReactorMayUnsubscribeItselfOrAnotherDuringDelivery) {
+  auto& publisher = cfg->publisher();
+  publisher.subscribe(a);
+  publisher.subscribe(b);
+  publisher.subscribe(c);
+  a.hook = [&] { publisher.unsubscribe(c); };  // another one, not yet called
+  b.hook = [&] { publisher.unsubscribe(b); };  // itself
+
+  cfg->startupSyncDoneIs(true);
+  EXPECT_EQ(log, (Log{"a:startupSyncDone", "b:startupSyncDone"}));
+  EXPECT_EQ(publisher.reactorCount(), 1u);
+  EXPECT_FALSE(publisher.subscribed(b));
+  EXPECT_FALSE(publisher.subscribed(c));
+
+  log.clear();
+  a.hook = nullptr;
+  cfg->restartDoneIs(true);
+  EXPECT_EQ(log, (Log{"a:restartDone"}));
+}
+
+TEST_F(LoomNotification, ReactorSubscribedDuringDeliveryHearsFromTheNextNotificationOn) {
+  auto& publisher = cfg->publisher();
+  publisher.subscribe(a);
+  a.hook = [&] { publisher.subscribe(b); };
+  cfg->decapLabelIs(pw(1), MplsLabel(1));
+  EXPECT_EQ(log, (Log{"a:decapLabel Pseudowire1"}));
+  cfg->decapLabelIs(pw(2), MplsLabel(2));
+  EXPECT_EQ(log, (Log{"a:decapLabel Pseudowire1", "a:decapLabel Pseudowire2",
+                      "b:decapLabel Pseudowire2"}));
+}
+
+TEST_F(LoomNotification, ReactorExceptionReachesTheWriterAndThePublisherStaysUsable) {
+  auto& publisher = cfg->publisher();
+  publisher.subscribe(a);
+  publisher.subscribe(b);
+  a.hook = [&] { throw std::runtime_error("reactor failed"); };
+  EXPECT_THROW(cfg->decapLabelIs(pw(4), MplsLabel(44)), std::runtime_error);
+  EXPECT_EQ(cfg->decapLabel(pw(4)), MplsLabel(44));  // the write itself happened
+
+  // Leaving during a delivery that then fails still takes effect.
+  a.hook = [&] {
+    publisher.unsubscribe(a);
+    throw std::runtime_error("reactor failed again");
+  };
+  EXPECT_THROW(cfg->restartDoneIs(true), std::runtime_error);
+  EXPECT_FALSE(publisher.subscribed(a));
+  EXPECT_EQ(publisher.reactorCount(), 1u);
+
+  log.clear();
+  cfg->decapLabelDel(pw(4));
+  publisher.unsubscribe(b);  // outside any delivery now
+  cfg->decapLabelIs(pw(5), MplsLabel(5));
+  publisher.subscribe(a);
+  a.hook = nullptr;
+  cfg->startupSyncDoneIs(true);
+  EXPECT_EQ(log, (Log{"b:decapLabel Pseudowire4", "a:startupSyncDone"}));
+  EXPECT_EQ(publisher.reactorCount(), 1u);
+}
+
+TEST_F(LoomNotification, SubscribingTwiceSubscribesOnce) {
+  auto& publisher = cfg->publisher();
+  publisher.subscribe(a);
+  publisher.subscribe(a);
+  EXPECT_EQ(publisher.reactorCount(), 1u);
+  cfg->decapLabelIs(pw(1), MplsLabel(1));
+  EXPECT_EQ(log, (Log{"a:decapLabel Pseudowire1"}));
+  publisher.unsubscribe(a);
+  EXPECT_FALSE(publisher.subscribed(a));
+  cfg->decapLabelIs(pw(1), MplsLabel(2));
+  EXPECT_EQ(log.size(), 1u);
+}
+
+}  // namespace
