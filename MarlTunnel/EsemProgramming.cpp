@@ -14,13 +14,15 @@ constexpr Jericho2LifProfiles kMeshOutLifProfiles[] = {
     Jericho2LifProfiles::vplsEsemOutLifProfile4_, Jericho2LifProfiles::vplsEsemOutLifProfile5_};
 constexpr std::uint32_t kDomainOffset = 16;
 constexpr std::uint32_t kLastDomain = 5;
-constexpr Jericho2LifProfiles kLastDomainOutLifProfile = Jericho2LifProfiles::vplsEsemOutLifProfile1_;
+constexpr Jericho2LifProfiles kLastDomainOutLifProfile =
+    Jericho2LifProfiles::vplsEsemOutLifProfile1_;
 constexpr std::uint8_t kTaggedEditProfile = 14;
 constexpr std::uint8_t kUntaggedEditProfile = 21;
 
 }  // namespace
 
-void MarlVplsPwIntfDecapSm::addEsemConfig(Bridging::VlanId vlanId, Bridging::VlanIdOrNone dot1qTag) {
+void MarlVplsPwIntfDecapSm::addEsemConfig(Bridging::VlanId vlanId,
+                                          Bridging::VlanIdOrNone dot1qTag) {
   static constexpr char kSig[] =
       "void Hardware::MarlTunnel::MarlVplsPwIntfDecapSm::addEsemConfig(Bridging::VlanId, "
       "Bridging::VlanIdOrNone)";
@@ -28,8 +30,8 @@ void MarlVplsPwIntfDecapSm::addEsemConfig(Bridging::VlanId vlanId, Bridging::Vla
   auto const editProfile = dot1qTag.isNone() ? kUntaggedEditProfile : kTaggedEditProfile;
   for (auto const outLifProfile : kMeshOutLifProfiles) {
     auto const domain = Marl::toValue(outLifProfile) - kDomainOffset;
-    MARL_TRACE(kTraceDetail, kSig, "vlanDomainConstant = ", domain, " outLifProfile = ",
-               Marl::toValue(outLifProfile));
+    MARL_TRACE(kTraceDetail, kSig, "vlanDomainConstant = ", domain,
+               " outLifProfile = ", Marl::toValue(outLifProfile));
     esemConfigVpls_->esemConfigIs(EsemConfigKeyVpls(domain, vlanId.value()),
                                   EsemConfigInfoVpls(dot1qTag.value(), editProfile, outLifProfile));
   }

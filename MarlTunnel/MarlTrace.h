@@ -23,4 +23,5 @@ inline constexpr char kDecapSmUnit[] = "MarlTunnel/MarlVplsPwIntfDecapSm";
 }  // namespace Hardware::MarlTunnel
 
 // One trace of the library: the fragments in order form one message.
-#define MARL_TRACE(level, ...) TRACE(::Hardware::MarlTunnel::marlTunnelFacility(), level, __VA_ARGS__)
+#define MARL_TRACE(level, ...) \
+  TRACE(::Hardware::MarlTunnel::marlTunnelFacility(), level, __VA_ARGS__)

@@ -62,25 +62,25 @@ class MarlVplsPwIntfDecapSm : public Loom::Node {
  public:
   static constexpr std::string_view typeName = "Hardware::MarlTunnel::MarlVplsPwIntfDecapSm";
 
-  MarlVplsPwIntfDecapSm(Loom::Ptr<Fab::HwVplsPwDecapConfig const> const& hwVplsPwDecapConfig,
-                        Loom::Ptr<Fab::HwVplsPwDecapStatus> const& hwVplsPwDecapStatus,
-                        Loom::Ptr<Fab::HwVplsPwConfig const> const& hwVplsPwConfig,
-                        Loom::Ptr<Fab::HwVplsPwStatus> const& hwVplsPwStatus,
-                        Loom::Ptr<MplsDecapConfig> const& decapConfig,
-                        Loom::Ptr<MplsDecapStatus const> const& decapStatus,
-                        Loom::Ptr<Fab::VplsPwIntfAdditionalDataMap> const& vplsPwIntfAdditionalDataMap,
-                        Loom::Ptr<LifProfileOrientationConfig> const& lifProfileOrientationConfig,
-                        Loom::Ptr<LifProfileOrientationStatus const> const& lifProfileOrientationStatus,
-                        Loom::Ptr<EsemConfigVpls> const& esemConfigVpls,
-                        Loom::Ptr<EsemStatusVpls const> const& esemStatusVpls,
-                        Loom::Ptr<TagPopPushConfig> const& tagPopPushConfig,
-                        Loom::Ptr<EvecProfileRequestDir> const& evecProfileRequestDir,
-                        Loom::Ptr<Fab::LabelToPwIntfId> const& decapLabelToPwIntfColl,
-                        Loom::Ptr<VtepTypeStatus const> const& vtepTypeStatus,
-                        Loom::Ptr<LifProfileOrientationAllocSm> const& lifProfileOrientationAllocSm,
-                        Loom::Ptr<IntfToLifProfileOrientationKeyMap> const& intfToLifProfileOrientationKeyMap,
-                        bool startCleanSlate,
-                        Loom::Ptr<StartupStageStatus> const& startupStageStatus);
+  MarlVplsPwIntfDecapSm(
+      Loom::Ptr<Fab::HwVplsPwDecapConfig const> const& hwVplsPwDecapConfig,
+      Loom::Ptr<Fab::HwVplsPwDecapStatus> const& hwVplsPwDecapStatus,
+      Loom::Ptr<Fab::HwVplsPwConfig const> const& hwVplsPwConfig,
+      Loom::Ptr<Fab::HwVplsPwStatus> const& hwVplsPwStatus,
+      Loom::Ptr<MplsDecapConfig> const& decapConfig,
+      Loom::Ptr<MplsDecapStatus const> const& decapStatus,
+      Loom::Ptr<Fab::VplsPwIntfAdditionalDataMap> const& vplsPwIntfAdditionalDataMap,
+      Loom::Ptr<LifProfileOrientationConfig> const& lifProfileOrientationConfig,
+      Loom::Ptr<LifProfileOrientationStatus const> const& lifProfileOrientationStatus,
+      Loom::Ptr<EsemConfigVpls> const& esemConfigVpls,
+      Loom::Ptr<EsemStatusVpls const> const& esemStatusVpls,
+      Loom::Ptr<TagPopPushConfig> const& tagPopPushConfig,
+      Loom::Ptr<EvecProfileRequestDir> const& evecProfileRequestDir,
+      Loom::Ptr<Fab::LabelToPwIntfId> const& decapLabelToPwIntfColl,
+      Loom::Ptr<VtepTypeStatus const> const& vtepTypeStatus,
+      Loom::Ptr<LifProfileOrientationAllocSm> const& lifProfileOrientationAllocSm,
+      Loom::Ptr<IntfToLifProfileOrientationKeyMap> const& intfToLifProfileOrientationKeyMap,
+      bool startCleanSlate, Loom::Ptr<StartupStageStatus> const& startupStageStatus);
   ~MarlVplsPwIntfDecapSm() override;
 
   static Loom::Ptr<MarlVplsPwIntfDecapSm> MarlVplsPwIntfDecapSmIs(
@@ -107,8 +107,12 @@ class MarlVplsPwIntfDecapSm : public Loom::Node {
   Loom::TypeData const& typeData() const override { return type(); }
 
   // Held entities.
-  Loom::Ptr<Fab::HwVplsPwDecapConfig const> const& hwVplsPwDecapConfig() const { return hwVplsPwDecapConfig_; }
-  Loom::Ptr<Fab::HwVplsPwDecapStatus> const& hwVplsPwDecapStatus() const { return hwVplsPwDecapStatus_; }
+  Loom::Ptr<Fab::HwVplsPwDecapConfig const> const& hwVplsPwDecapConfig() const {
+    return hwVplsPwDecapConfig_;
+  }
+  Loom::Ptr<Fab::HwVplsPwDecapStatus> const& hwVplsPwDecapStatus() const {
+    return hwVplsPwDecapStatus_;
+  }
   Loom::Ptr<Fab::HwVplsPwConfig const> const& hwVplsPwConfig() const { return hwVplsPwConfig_; }
   Loom::Ptr<Fab::HwVplsPwStatus> const& hwVplsPwStatus() const { return hwVplsPwStatus_; }
   Loom::Ptr<MplsDecapConfig> const& decapConfig() const { return decapConfig_; }
@@ -125,8 +129,12 @@ class MarlVplsPwIntfDecapSm : public Loom::Node {
   Loom::Ptr<EsemConfigVpls> const& esemConfigVpls() const { return esemConfigVpls_; }
   Loom::Ptr<EsemStatusVpls const> const& esemStatusVpls() const { return esemStatusVpls_; }
   Loom::Ptr<TagPopPushConfig> const& tagPopPushConfig() const { return tagPopPushConfig_; }
-  Loom::Ptr<EvecProfileRequestDir> const& evecProfileRequestDir() const { return evecProfileRequestDir_; }
-  Loom::Ptr<Fab::LabelToPwIntfId> const& decapLabelToPwIntfColl() const { return decapLabelToPwIntfColl_; }
+  Loom::Ptr<EvecProfileRequestDir> const& evecProfileRequestDir() const {
+    return evecProfileRequestDir_;
+  }
+  Loom::Ptr<Fab::LabelToPwIntfId> const& decapLabelToPwIntfColl() const {
+    return decapLabelToPwIntfColl_;
+  }
   Loom::Ptr<VtepTypeStatus const> const& vtepTypeStatus() const { return vtepTypeStatus_; }
   Loom::Ptr<LifProfileOrientationAllocSm> const& lifProfileOrientationAllocSm() const {
     return lifProfileOrientationAllocSm_;
@@ -148,23 +156,35 @@ class MarlVplsPwIntfDecapSm : public Loom::Node {
   auto const& esemProgrammed() const noexcept { return esemProgrammed_; }
   std::optional<std::uint16_t> esemProgrammed(Bridging::VlanId vlanId) const;
   bool esemProgrammedHas(Bridging::VlanId vlanId) const { return esemProgrammed_.has(vlanId); }
-  void esemProgrammedIs(Bridging::VlanId vlanId, std::uint16_t count) { esemProgrammed_.set(vlanId, count); }
+  void esemProgrammedIs(Bridging::VlanId vlanId, std::uint16_t count) {
+    esemProgrammed_.set(vlanId, count);
+  }
   void esemProgrammedDel(Bridging::VlanId vlanId) { esemProgrammed_.erase(vlanId); }
   void esemProgrammedDelAll() { esemProgrammed_.clear(); }
 
   // Notification switch: subscribes (true) or unsubscribes (false) the three reactors.
   void hasNotificationActiveIs(bool on);
-  bool hasNotificationActive() const noexcept { return nodeFlag(Loom::NodeFlag::notificationActive); }
+  bool hasNotificationActive() const noexcept {
+    return nodeFlag(Loom::NodeFlag::notificationActive);
+  }
   // While set, dispatchers drop notifications. Returns the previous value.
   virtual bool cogDoZombieReactors(bool zombie);
   bool zombieReactors() const noexcept { return nodeFlag(Loom::NodeFlag::zombieReactors); }
 
   // The framework's per-attribute entry points; each forwards to its handler.
   void cog_handleHwVplsPwDecapConfig_startupSyncDone() { handleStartupSyncDone(); }
-  void cog_handleHwVplsPwDecapConfig_encapHwFecId(Netcore::IntfId pwIntfId) { handleEncapHwFecId(pwIntfId); }
-  void cog_handleHwVplsPwConfig_vplsPwIntfInfo(Netcore::IntfId pwIntfId) { handleVplsPwIntfInfo(pwIntfId); }
-  void cog_handleHwVplsPwDecapConfig_vlanTagInfo(Fab::VplsPwIntfVlanKey const& key) { handleVlanTagInfo(key); }
-  void cog_handleHwVplsPwDecapConfig_decapLabel(Netcore::IntfId pwIntfId) { handleDecapLabel(pwIntfId); }
+  void cog_handleHwVplsPwDecapConfig_encapHwFecId(Netcore::IntfId pwIntfId) {
+    handleEncapHwFecId(pwIntfId);
+  }
+  void cog_handleHwVplsPwConfig_vplsPwIntfInfo(Netcore::IntfId pwIntfId) {
+    handleVplsPwIntfInfo(pwIntfId);
+  }
+  void cog_handleHwVplsPwDecapConfig_vlanTagInfo(Fab::VplsPwIntfVlanKey const& key) {
+    handleVlanTagInfo(key);
+  }
+  void cog_handleHwVplsPwDecapConfig_decapLabel(Netcore::IntfId pwIntfId) {
+    handleDecapLabel(pwIntfId);
+  }
 
   // Start-up and start-up sync.
   void handleInit();
@@ -175,12 +195,13 @@ class MarlVplsPwIntfDecapSm : public Loom::Node {
   void addVplsPwIntfInfo(Netcore::IntfId pwIntfId);
   void deleteVplsPwIntfInfo(Netcore::IntfId pwIntfId);
   Fab::VplsIntfKey getVplsIntfKey(Netcore::IntfId pwIntfId, Fab::VplsPwIntfInfo const& info) const;
-  VlanAndVplsKey getVlanAndVplsGroupKeyAndType(std::uint16_t vlanId, Loom::String const& instanceName,
+  VlanAndVplsKey getVlanAndVplsGroupKeyAndType(std::uint16_t vlanId,
+                                               Loom::String const& instanceName,
                                                Loom::String const& groupName, bool type) const;
 
   // Split-horizon orientation and VXLAN.
-  LifProfileOrientationKey getLifProfileOrientationKey(std::uint16_t vlanId, Netcore::IntfId pwIntfId,
-                                                       bool instanceWide);
+  LifProfileOrientationKey getLifProfileOrientationKey(std::uint16_t vlanId,
+                                                       Netcore::IntfId pwIntfId, bool instanceWide);
   bool addVplsPwIntfVlanDomain(Netcore::IntfId pwIntfId, std::uint16_t vlanId);
   void populateAdditionalData(Netcore::IntfId pwIntfId, Orientation orientation);
   void deleteVplsPwIntfLpoRequest(Netcore::IntfId pwIntfId);
@@ -198,8 +219,9 @@ class MarlVplsPwIntfDecapSm : public Loom::Node {
   void deleteMplsDecapConfig(Netcore::IntfId pwIntfId, Bridging::VlanIdOrNone vlanId,
                              Bridging::VlanIdOrNone innerDot1QTag, Netcore::MplsLabel label);
   void addDecapConfig(Netcore::IntfId pwIntfId, std::uint16_t vlanId);
-  void updateVtt2DecapConfig(Netcore::IntfId pwIntfId, bool add, Marl::Jericho2LifProfiles inLifProfile,
-                             std::uint32_t globalInLif, Netcore::MplsLabel label, Bridging::VlanId vlanId);
+  void updateVtt2DecapConfig(Netcore::IntfId pwIntfId, bool add,
+                             Marl::Jericho2LifProfiles inLifProfile, std::uint32_t globalInLif,
+                             Netcore::MplsLabel label, Bridging::VlanId vlanId);
 
   // Encap HW FEC id.
   void handleEncapHwFecId(Netcore::IntfId pwIntfId);
@@ -324,12 +346,14 @@ Loom::Ptr<MarlVplsPwIntfDecapSm> marlVplsPwIntfDecapSmFactory(
     Loom::Ptr<Fab::HwVplsPwDecapConfig const> const& hwVplsPwDecapConfig,
     Loom::Ptr<Fab::HwVplsPwDecapStatus> const& hwVplsPwDecapStatus,
     Loom::Ptr<Fab::HwVplsPwConfig const> const& hwVplsPwConfig,
-    Loom::Ptr<Fab::HwVplsPwStatus> const& hwVplsPwStatus, Loom::Ptr<MplsDecapConfig> const& decapConfig,
+    Loom::Ptr<Fab::HwVplsPwStatus> const& hwVplsPwStatus,
+    Loom::Ptr<MplsDecapConfig> const& decapConfig,
     Loom::Ptr<MplsDecapStatus const> const& decapStatus,
     Loom::Ptr<Fab::VplsPwIntfAdditionalDataMap> const& vplsPwIntfAdditionalDataMap,
     Loom::Ptr<LifProfileOrientationConfig> const& lifProfileOrientationConfig,
     Loom::Ptr<LifProfileOrientationStatus const> const& lifProfileOrientationStatus,
-    Loom::Ptr<EsemConfigVpls> const& esemConfigVpls, Loom::Ptr<EsemStatusVpls const> const& esemStatusVpls,
+    Loom::Ptr<EsemConfigVpls> const& esemConfigVpls,
+    Loom::Ptr<EsemStatusVpls const> const& esemStatusVpls,
     Loom::Ptr<TagPopPushConfig> const& tagPopPushConfig,
     Loom::Ptr<EvecProfileRequestDir> const& evecProfileRequestDir,
     Loom::Ptr<Fab::LabelToPwIntfId> const& decapLabelToPwIntfColl,

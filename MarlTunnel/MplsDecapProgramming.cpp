@@ -38,9 +38,9 @@ void MarlVplsPwIntfDecapSm::addDecapConfig(Netcore::IntfId pwIntfId, std::uint16
   if (!record || !record->decapLabel().isLabel()) {
     return;
   }
-  bool const ready = record->standby() ||
-                     (!record->vplsInstanceName().empty() && record->encapHwFecIdAvail() &&
-                      !record->normalisedTagPerVlan().empty());
+  bool const ready =
+      record->standby() || (!record->vplsInstanceName().empty() && record->encapHwFecIdAvail() &&
+                            !record->normalisedTagPerVlan().empty());
   if (!ready) {
     return;  // the handler that brings the missing piece calls again
   }
@@ -86,7 +86,8 @@ void MarlVplsPwIntfDecapSm::populateMplsDecapConfigHelper(Netcore::IntfId pwIntf
 
   Bridging::VlanIdOrNone const innerDot1QTag =
       standby ? Bridging::VlanIdOrNone()
-              : hwVplsPwDecapConfig_->vlanTagInfo(Fab::VplsPwIntfVlanKey(pwIntfId, Bridging::VlanId(vlanId)));
+              : hwVplsPwDecapConfig_->vlanTagInfo(
+                    Fab::VplsPwIntfVlanKey(pwIntfId, Bridging::VlanId(vlanId)));
   auto const label = hwVplsPwDecapConfig_->decapLabel(pwIntfId);
   MplsDecapInfoKey const key(label, innerDot1QTag, 0);
   auto info = constantDecapInfo(key);
@@ -116,7 +117,9 @@ void MarlVplsPwIntfDecapSm::populateMplsDecapConfigHelper(Netcore::IntfId pwIntf
     // clang-format off
     LOOM_ASSERT( inLifProfile >= Jericho2LifProfiles::vplsSpokeInLifProfile_ && inLifProfile <= Jericho2LifProfiles::vplsMeshInLifProfile4_, kDecapSmUnit, kSig );
     // clang-format on
-    info.inLifProfileIs(lpoResponse(lpoKey)->inLifProfile()).vlanIdIs(vlan.value()).field8Is(kField8);
+    info.inLifProfileIs(lpoResponse(lpoKey)->inLifProfile())
+        .vlanIdIs(vlan.value())
+        .field8Is(kField8);
     MARL_TRACE(kTraceDetail, kSig, "hwFecIdNew ", hwFecId);
     info.hwFecIdIs(hwFecId);
   }
@@ -173,20 +176,22 @@ void MarlVplsPwIntfDecapSm::deleteMplsDecapConfig(Netcore::IntfId pwIntfId,
 
 void MarlVplsPwIntfDecapSm::updateVtt2DecapConfig(Netcore::IntfId pwIntfId, bool add,
                                                   Marl::Jericho2LifProfiles inLifProfile,
-                                                  std::uint32_t globalInLif, Netcore::MplsLabel label,
+                                                  std::uint32_t globalInLif,
+                                                  Netcore::MplsLabel label,
                                                   Bridging::VlanId vlanId) {
   static constexpr char kSig[] =
       "void Hardware::MarlTunnel::MarlVplsPwIntfDecapSm::updateVtt2DecapConfig(Netcore::IntfId, "
       "bool, Hardware::Marl::Jericho2LifProfiles, U32, Netcore::MplsLabel, Bridging::VlanId)";
-  MARL_TRACE(kTraceDetail, kSig, " pwIntfId = ", pwIntfId, " add = ", add, " inLifProfile = ",
-             Marl::toValue(inLifProfile), " globalInLif = ", globalInLif, " label = ", label);
+  MARL_TRACE(kTraceDetail, kSig, " pwIntfId = ", pwIntfId, " add = ", add,
+             " inLifProfile = ", Marl::toValue(inLifProfile), " globalInLif = ", globalInLif,
+             " label = ", label);
   MplsDecapInfoKey const key(label, Bridging::VlanIdOrNone(vlanId), 0);
   if (!add) {
     decapConfig_->configDel(key);
     return;
   }
-  decapConfig_->configIs(key,
-                         constantDecapInfo(key).globalInLifIs(globalInLif).inLifProfileIs(inLifProfile));
+  decapConfig_->configIs(
+      key, constantDecapInfo(key).globalInLifIs(globalInLif).inLifProfileIs(inLifProfile));
 }
 
 }  // namespace Hardware::MarlTunnel

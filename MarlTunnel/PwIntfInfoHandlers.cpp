@@ -124,10 +124,9 @@ Fab::VplsIntfKey MarlVplsPwIntfDecapSm::getVplsIntfKey(Netcore::IntfId pwIntfId,
   return Fab::VplsIntfKey(info.vplsInstanceName(), info.groupName(), pwIntfId, info.splitHorizon());
 }
 
-VlanAndVplsKey MarlVplsPwIntfDecapSm::getVlanAndVplsGroupKeyAndType(std::uint16_t vlanId,
-                                                                    Loom::String const& instanceName,
-                                                                    Loom::String const& groupName,
-                                                                    bool type) const {
+VlanAndVplsKey MarlVplsPwIntfDecapSm::getVlanAndVplsGroupKeyAndType(
+    std::uint16_t vlanId, Loom::String const& instanceName, Loom::String const& groupName,
+    bool type) const {
   return VlanAndVplsKey(instanceName, vlanId, groupName, type);
 }
 

@@ -14,9 +14,8 @@ constexpr std::uint16_t kAdditionalIdOffset = 2;
 
 }  // namespace
 
-LifProfileOrientationKey MarlVplsPwIntfDecapSm::getLifProfileOrientationKey(std::uint16_t vlanId,
-                                                                            Netcore::IntfId pwIntfId,
-                                                                            bool instanceWide) {
+LifProfileOrientationKey MarlVplsPwIntfDecapSm::getLifProfileOrientationKey(
+    std::uint16_t vlanId, Netcore::IntfId pwIntfId, bool instanceWide) {
   static constexpr char kSig[] =
       "Hardware::MarlTunnel::LifProfileOrientationKey "
       "Hardware::MarlTunnel::MarlVplsPwIntfDecapSm::getLifProfileOrientationKey(U16, "
@@ -25,9 +24,10 @@ LifProfileOrientationKey MarlVplsPwIntfDecapSm::getLifProfileOrientationKey(std:
              "  setVplsInstanceName: ", instanceWide);
   auto const info = pwIntfInfo(pwIntfId);
   bool const wholeInstance = instanceWide || !toggleMarlTunnelSplitHorizonGroupEnabled();
-  auto group = getVlanAndVplsGroupKeyAndType(wholeInstance ? std::uint16_t{0} : vlanId,
-                                             wholeInstance ? info.vplsInstanceName() : Loom::String(),
-                                             info.groupName(), info.splitHorizon());
+  auto group =
+      getVlanAndVplsGroupKeyAndType(wholeInstance ? std::uint16_t{0} : vlanId,
+                                    wholeInstance ? info.vplsInstanceName() : Loom::String(),
+                                    info.groupName(), info.splitHorizon());
   return LifProfileOrientationKey(std::move(group), pwIntfId);
 }
 
@@ -70,7 +70,8 @@ std::optional<LifProfileOrientationKey> MarlVplsPwIntfDecapSm::existingVlanDomai
   return getLifProfileOrientationKey(lowestVlan.value(), pwIntfId, false);
 }
 
-bool MarlVplsPwIntfDecapSm::addVplsPwIntfVlanDomain(Netcore::IntfId pwIntfId, std::uint16_t vlanId) {
+bool MarlVplsPwIntfDecapSm::addVplsPwIntfVlanDomain(Netcore::IntfId pwIntfId,
+                                                    std::uint16_t vlanId) {
   static constexpr char kSig[] =
       "bool Hardware::MarlTunnel::MarlVplsPwIntfDecapSm::addVplsPwIntfVlanDomain(Netcore::IntfId, "
       "U16)";
@@ -83,7 +84,8 @@ bool MarlVplsPwIntfDecapSm::addVplsPwIntfVlanDomain(Netcore::IntfId pwIntfId, st
   if (vxlanDciConfigured()) {
     MARL_TRACE(kTraceNotable, kSig, " No VPLS group when VXLAN DCI is configured");
     // Here the VLAN id fills the message's instance slot.
-    Cog::log(MARL_VPLS_SPLIT_HORIZON_REDUCED_WITH_VXLAN, info.groupName(), Loom::String(std::to_string(vlanId)));
+    Cog::log(MARL_VPLS_SPLIT_HORIZON_REDUCED_WITH_VXLAN, info.groupName(),
+             Loom::String(std::to_string(vlanId)));
     return false;
   }
   if (!localPwInfo(pwIntfId) || info.vlanAware() || !toggleMarlTunnelSplitHorizonGroupEnabled()) {
@@ -105,9 +107,10 @@ void MarlVplsPwIntfDecapSm::populateAdditionalData(Netcore::IntfId pwIntfId,
       "void Hardware::MarlTunnel::MarlVplsPwIntfDecapSm::populateAdditionalData(Netcore::IntfId, "
       "Hardware::MarlTunnel::Orientation)";
   auto const info = pwIntfInfo(pwIntfId);
-  auto const additionalId = orientation == Orientation::orientation0
-                                ? kSpokeAdditionalId
-                                : static_cast<std::uint16_t>(toValue(orientation) + kAdditionalIdOffset);
+  auto const additionalId =
+      orientation == Orientation::orientation0
+          ? kSpokeAdditionalId
+          : static_cast<std::uint16_t>(toValue(orientation) + kAdditionalIdOffset);
   if (vplsPwIntfAdditionalDataMap_) {
     vplsPwIntfAdditionalDataMap_->additionalDataMapIs(getVplsIntfKey(pwIntfId, info), additionalId);
   }
@@ -119,7 +122,8 @@ void MarlVplsPwIntfDecapSm::populateAdditionalData(Netcore::IntfId pwIntfId,
 
 void MarlVplsPwIntfDecapSm::deleteVplsPwIntfLpoRequest(Netcore::IntfId pwIntfId) {
   static constexpr char kSig[] =
-      "void Hardware::MarlTunnel::MarlVplsPwIntfDecapSm::deleteVplsPwIntfLpoRequest(Netcore::IntfId)";
+      "void "
+      "Hardware::MarlTunnel::MarlVplsPwIntfDecapSm::deleteVplsPwIntfLpoRequest(Netcore::IntfId)";
   MARL_TRACE(kTraceDetail, kSig, " pwIntfId: ", pwIntfId);
   auto const record = localPwInfo(pwIntfId);
   if (!record || record->vplsInstanceName().empty() || record->standby()) {
@@ -145,10 +149,10 @@ void MarlVplsPwIntfDecapSm::deleteVplsPwIntfLpoRequest(Netcore::IntfId pwIntfId)
     bool const stored = intfToLifProfileOrientationKeyMap_ &&
                         intfToLifProfileOrientationKeyMap_->lifProfileOrientationKeyHas(pwIntfId);
     withdraw(stored ? intfToLifProfileOrientationKeyMap_->lifProfileOrientationKey(pwIntfId)
-                    : LifProfileOrientationKey(
-                          getVlanAndVplsGroupKeyAndType(0, record->vplsInstanceName(),
-                                                        record->groupName(), record->splitHorizon()),
-                          pwIntfId));
+                    : LifProfileOrientationKey(getVlanAndVplsGroupKeyAndType(
+                                                   0, record->vplsInstanceName(),
+                                                   record->groupName(), record->splitHorizon()),
+                                               pwIntfId));
     return;
   }
   for (auto const& [vlanId, tag] : record->normalisedTagPerVlan()) {
@@ -170,7 +174,8 @@ void MarlVplsPwIntfDecapSm::retractVplsGroups() {
     }
     for (auto const& key : lifProfileOrientationConfig_->lpoRequest()) {
       auto const pwIntfId = key.pwIntfId();
-      Cog::log(MARL_VPLS_SPLIT_HORIZON_REDUCED_WITH_VXLAN, key.groupName(), Loom::String(key.vlanAndVplsKey().toStrep()));
+      Cog::log(MARL_VPLS_SPLIT_HORIZON_REDUCED_WITH_VXLAN, key.groupName(),
+               Loom::String(key.vlanAndVplsKey().toStrep()));
       deleteVplsPwIntfInfo(pwIntfId);
     }
     return;
@@ -185,14 +190,14 @@ void MarlVplsPwIntfDecapSm::retractVplsGroups() {
       if (response && response->orientation() > kMaxOrientationWithVxlan) {
         auto const pwIntfId = key.pwIntfId();
         Cog::log(MARL_VPLS_SPLIT_HORIZON_REDUCED_WITH_VXLAN, key.groupName(),
-                                        Loom::String(key.vlanAndVplsKey().toStrep()));
+                 Loom::String(key.vlanAndVplsKey().toStrep()));
         deleteVplsPwIntfInfo(pwIntfId);
       }
     }
     return;
   }
-  MARL_TRACE(kTraceDetail, kSig, " VXLAN is not present, add back deleted groups, initialized: ",
-             initialized_);
+  MARL_TRACE(kTraceDetail, kSig,
+             " VXLAN is not present, add back deleted groups, initialized: ", initialized_);
   if (!initialized_) {
     return;
   }

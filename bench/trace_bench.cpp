@@ -9,12 +9,12 @@
 
 #include <benchmark/benchmark.h>
 
+#include <unistd.h>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
-#include <unistd.h>
 
 #include "Netcore/IntfId.h"
 #include "Trace/Trace.h"
@@ -33,9 +33,8 @@ Trace::Facility& benchFacility() {
 void BM_FlashlogRecord(benchmark::State& state) {
   Netcore::IntfId pwIntfId = Netcore::IntfId::pseudowire(5);
   std::uint16_t vlanId = 100;
-  Trace::FormatId const id = Trace::detail::callSiteFormat(benchFacility(), 8, kSig,
-                                                           " pwIntfId: ", pwIntfId,
-                                                           " vlanId: ", vlanId);
+  Trace::FormatId const id = Trace::detail::callSiteFormat(
+      benchFacility(), 8, kSig, " pwIntfId: ", pwIntfId, " vlanId: ", vlanId);
   for (auto _ : state) {
     benchmark::DoNotOptimize(pwIntfId);
     benchmark::DoNotOptimize(vlanId);
@@ -65,8 +64,8 @@ void BM_Snprintf(benchmark::State& state) {
   for (auto _ : state) {
     benchmark::DoNotOptimize(pwIntfId);
     benchmark::DoNotOptimize(vlanId);
-    std::snprintf(buf, sizeof buf, "%s pwIntfId: %s vlanId: %u", kSig,
-                  pwIntfId.toString().c_str(), static_cast<unsigned>(vlanId));
+    std::snprintf(buf, sizeof buf, "%s pwIntfId: %s vlanId: %u", kSig, pwIntfId.toString().c_str(),
+                  static_cast<unsigned>(vlanId));
     benchmark::DoNotOptimize(buf);
     benchmark::ClobberMemory();
   }

@@ -30,7 +30,9 @@ class VlanId {
   std::uint16_t value_;
 };
 
-inline std::ostream& operator<<(std::ostream& os, VlanId const& v) { return os << v.value(); }
+inline std::ostream& operator<<(std::ostream& os, VlanId const& v) {
+  return os << v.value();
+}
 
 }  // namespace Bridging
 

@@ -34,7 +34,9 @@ class VlanIdOrNone {
   std::uint16_t value_ = 0;
 };
 
-inline std::ostream& operator<<(std::ostream& os, VlanIdOrNone const& v) { return os << v.value(); }
+inline std::ostream& operator<<(std::ostream& os, VlanIdOrNone const& v) {
+  return os << v.value();
+}
 
 }  // namespace Bridging
 

@@ -98,7 +98,9 @@ LogSink logSinkIs(LogSink sink) {
   return next ? *next : LogSink();
 }
 
-void logSinkIsDefault() { logSinkIs(LogSink()); }
+void logSinkIsDefault() {
+  logSinkIs(LogSink());
+}
 
 std::string formatLogText(std::string_view format, std::vector<std::string> const& args) {
   std::string text;

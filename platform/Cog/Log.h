@@ -41,8 +41,7 @@ class LogHandle {
 
 // Receives every logged message: the table entry, the argument texts and the formatted text
 // (the format with each "%s" replaced by the next argument).
-using LogSink = std::function<void(LogMessage const& message,
-                                   std::vector<std::string> const& args,
+using LogSink = std::function<void(LogMessage const& message, std::vector<std::string> const& args,
                                    std::string const& formatted)>;
 
 // Replaces the sink and returns the previous one; an empty function restores the default

@@ -16,15 +16,15 @@ namespace {
 void warn(std::filesystem::path const& path, std::string_view problem, std::string_view name,
           bool defaultValue) {
   std::string const line = "toggle file " + path.string() + ": " + std::string(problem) +
-                           "; using the default (" + (defaultValue ? "true" : "false") +
-                           ") for " + std::string(name) + "\n";
+                           "; using the default (" + (defaultValue ? "true" : "false") + ") for " +
+                           std::string(name) + "\n";
   [[maybe_unused]] auto const n = ::write(STDERR_FILENO, line.data(), line.size());
 }
 
 // Toggle files are named plainly inside the toggle directory, never by a path out of it.
 bool isPlainFileName(std::string_view file) {
-  return !file.empty() && file != "." && file != ".." &&
-         file.find('/') == std::string_view::npos && file.find('\0') == std::string_view::npos;
+  return !file.empty() && file != "." && file != ".." && file.find('/') == std::string_view::npos &&
+         file.find('\0') == std::string_view::npos;
 }
 
 }  // namespace
@@ -79,8 +79,9 @@ bool getToggleState(std::string_view name, std::string_view file, bool defaultVa
     return defaultValue;
   }
   if (!toggles.is_object()) {
-    warn(path, std::string("expected a JSON object of toggle names, found a value of type ") +
-                   toggles.type_name(),
+    warn(path,
+         std::string("expected a JSON object of toggle names, found a value of type ") +
+             toggles.type_name(),
          name, defaultValue);
     return defaultValue;
   }
@@ -89,8 +90,9 @@ bool getToggleState(std::string_view name, std::string_view file, bool defaultVa
     return defaultValue;
   }
   if (!entry->is_boolean()) {
-    warn(path, "toggle " + std::string(name) + " has a value of type " +
-                   entry->type_name() + ", expected true or false",
+    warn(path,
+         "toggle " + std::string(name) + " has a value of type " + entry->type_name() +
+             ", expected true or false",
          name, defaultValue);
     return defaultValue;
   }

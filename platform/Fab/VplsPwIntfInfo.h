@@ -37,7 +37,9 @@ class VplsPwIntfInfo {
   std::uint8_t pwType() const noexcept { return pwType_; }
 
   VplsPwIntfInfo& pwIntfIdIs(Netcore::IntfId v) { return set(pwIntfId_, v); }
-  VplsPwIntfInfo& vplsInstanceNameIs(Loom::String v) { return set(vplsInstanceName_, std::move(v)); }
+  VplsPwIntfInfo& vplsInstanceNameIs(Loom::String v) {
+    return set(vplsInstanceName_, std::move(v));
+  }
   VplsPwIntfInfo& groupNameIs(Loom::String v) { return set(groupName_, std::move(v)); }
   VplsPwIntfInfo& splitHorizonIs(bool v) { return set(splitHorizon_, v); }
   VplsPwIntfInfo& standbyIs(bool v) { return set(standby_, v); }

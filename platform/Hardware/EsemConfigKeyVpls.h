@@ -27,7 +27,8 @@ class EsemConfigKeyVpls {
 
   auto operator<=>(EsemConfigKeyVpls const&) const = default;
   std::size_t hash(std::size_t seed = 0) const noexcept {
-    return Loom::hashValue(keyField3_, Loom::hashValue(vlanId_, Loom::hashValue(vlanDomain_, seed)));
+    return Loom::hashValue(keyField3_,
+                           Loom::hashValue(vlanId_, Loom::hashValue(vlanDomain_, seed)));
   }
 
   void writeText(Loom::TextWriter& w) const;

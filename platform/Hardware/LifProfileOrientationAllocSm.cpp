@@ -14,7 +14,8 @@ constexpr std::uint32_t kFirstMeshOrientation = 3;  // slot s answers orientatio
 
 }  // namespace
 
-Loom::Ptr<LifProfileOrientationAllocSm> LifProfileOrientationAllocSm::LifProfileOrientationAllocSmIs(
+Loom::Ptr<LifProfileOrientationAllocSm>
+LifProfileOrientationAllocSm::LifProfileOrientationAllocSmIs(
     Loom::Ptr<LifProfileOrientationConfig const> const& config,
     Loom::Ptr<LifProfileOrientationStatus> const& status, std::uint32_t meshGroups) {
   return Loom::make<LifProfileOrientationAllocSm>(config, status, meshGroups);
@@ -102,9 +103,10 @@ void LifProfileOrientationAllocSm::answer(LifProfileOrientationKey const& key) {
   }
   it->second.holders.insert(key);
   auto const slot = it->second.slot;
-  status_->lpoResponseIs(
-      key, LifProfileAndOrientation(Marl::Jericho2LifProfiles{kSpokeProfile + slot},
-                                    Orientation{static_cast<std::uint8_t>(slot + kFirstMeshOrientation)}));
+  status_->lpoResponseIs(key,
+                         LifProfileAndOrientation(
+                             Marl::Jericho2LifProfiles{kSpokeProfile + slot},
+                             Orientation{static_cast<std::uint8_t>(slot + kFirstMeshOrientation)}));
 }
 
 void LifProfileOrientationAllocSm::withdraw(LifProfileOrientationKey const& key) {

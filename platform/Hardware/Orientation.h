@@ -22,6 +22,8 @@ enum class Orientation : std::uint8_t {
 // The highest orientation that may be used while VXLAN is present.
 inline constexpr Orientation kMaxOrientationWithVxlan = Orientation::orientation5;
 
-constexpr std::uint8_t toValue(Orientation o) noexcept { return static_cast<std::uint8_t>(o); }
+constexpr std::uint8_t toValue(Orientation o) noexcept {
+  return static_cast<std::uint8_t>(o);
+}
 
 }  // namespace Hardware::MarlTunnel

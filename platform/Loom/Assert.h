@@ -7,11 +7,11 @@
 // source unit ("MarlTunnel/MarlVplsPwIntfDecapSm") and signature the enclosing function's
 // full signature, both string literals written out in the code: the text stays the same
 // whatever compiler built the agent. Always on, in every build type; cond is evaluated once.
-#define LOOM_ASSERT(cond, unit, signature)                        \
-  do {                                                            \
-    if (!(cond)) [[unlikely]] {                                   \
-      ::Loom::assertionFailed(#cond, (unit), (signature));        \
-    }                                                             \
+#define LOOM_ASSERT(cond, unit, signature)                 \
+  do {                                                     \
+    if (!(cond)) [[unlikely]] {                            \
+      ::Loom::assertionFailed(#cond, (unit), (signature)); \
+    }                                                      \
   } while (false)
 
 namespace Loom {

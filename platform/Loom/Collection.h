@@ -44,13 +44,12 @@ class Collection {
   using const_iterator =
       SafeIterator<Collection, typename Map::const_iterator, K, value_type const&>;
 
-  Collection()
-    requires std::is_void_v<R>
+  Collection() requires std::is_void_v<R>
   = default;
 
   template <class Reactor = R>
-    requires(!std::is_void_v<Reactor>)
-  Collection(Publisher<Reactor>& publisher, void (Reactor::*handler)(K const&))
+  requires(!std::is_void_v<Reactor>)
+      Collection(Publisher<Reactor>& publisher, void (Reactor::*handler)(K const&))
       : publisher_(&publisher), handler_(handler) {}
 
   Collection(Collection const&) = delete;

@@ -28,16 +28,15 @@ std::size_t hashValue(T const& v, std::size_t seed = 0) noexcept {
 }
 
 template <class T>
-  requires requires(T const& v, std::size_t s) {
-    { v.hash(s) } -> std::convertible_to<std::size_t>;
-  }
+requires requires(T const& v, std::size_t s) {
+  { v.hash(s) } -> std::convertible_to<std::size_t>;
+}
 std::size_t hashValue(T const& v, std::size_t seed = 0) {
   return v.hash(seed);
 }
 
 template <class T>
-  requires(!T::hashable)
-std::size_t hashValue(T const&, std::size_t = 0) {
+requires(!T::hashable) std::size_t hashValue(T const&, std::size_t = 0) {
   throw NotHashableError(T::typeName);
 }
 

@@ -20,13 +20,12 @@ class Set {
   using value_type = K;
   using const_iterator = SafeIterator<Set, typename Underlying::const_iterator, K, K const&>;
 
-  Set()
-    requires std::is_void_v<R>
+  Set() requires std::is_void_v<R>
   = default;
 
   template <class Reactor = R>
-    requires(!std::is_void_v<Reactor>)
-  Set(Publisher<Reactor>& publisher, void (Reactor::*handler)(K const&))
+  requires(!std::is_void_v<Reactor>)
+      Set(Publisher<Reactor>& publisher, void (Reactor::*handler)(K const&))
       : publisher_(&publisher), handler_(handler) {}
 
   Set(Set const&) = delete;

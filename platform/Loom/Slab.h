@@ -81,13 +81,13 @@ SlabAllocator& slabFor(std::string_view typeName) {
 }  // namespace Loom
 
 // Routes a record type's allocations through its slab. Place inside the class body.
-#define LOOM_SLAB_ALLOCATED(Type, TypeName)                                         \
-  static void* operator new(std::size_t size) {                                     \
-    return ::Loom::slabFor<Type>(TypeName).allocate(size);                          \
-  }                                                                                 \
-  static void operator delete(void* object) noexcept {                              \
-    ::Loom::slabFor<Type>(TypeName).deallocate(object);                             \
-  }                                                                                 \
-  static ::Loom::AllocationTracker const& allocationTracker() {                     \
-    return ::Loom::slabFor<Type>(TypeName).tracker();                               \
+#define LOOM_SLAB_ALLOCATED(Type, TypeName)                     \
+  static void* operator new(std::size_t size) {                 \
+    return ::Loom::slabFor<Type>(TypeName).allocate(size);      \
+  }                                                             \
+  static void operator delete(void* object) noexcept {          \
+    ::Loom::slabFor<Type>(TypeName).deallocate(object);         \
+  }                                                             \
+  static ::Loom::AllocationTracker const& allocationTracker() { \
+    return ::Loom::slabFor<Type>(TypeName).tracker();           \
   }

@@ -40,7 +40,9 @@ class String {
   std::string value_;
 };
 
-inline std::ostream& operator<<(std::ostream& os, String const& s) { return os << s.str(); }
+inline std::ostream& operator<<(std::ostream& os, String const& s) {
+  return os << s.str();
+}
 
 // A string attribute with a maximum length in bytes; longer text is refused with the
 // framework's fixed range text.

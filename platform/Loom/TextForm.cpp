@@ -8,9 +8,12 @@ namespace {
 constexpr std::string_view kSeparator = ", ";
 
 int hexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  if (c >= '0' && c <= '9')
+    return c - '0';
+  if (c >= 'a' && c <= 'f')
+    return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F')
+    return c - 'A' + 10;
   return -1;
 }
 
@@ -36,19 +39,33 @@ void TextWriter::attributeName(std::string_view name) {
   out_ += '=';
 }
 
-void TextWriter::writeUnsigned(std::uint64_t v) { out_ += std::to_string(v); }
-void TextWriter::writeSigned(std::int64_t v) { out_ += std::to_string(v); }
-void TextWriter::writeBool(bool v) { out_ += v ? "true" : "false"; }
+void TextWriter::writeUnsigned(std::uint64_t v) {
+  out_ += std::to_string(v);
+}
+void TextWriter::writeSigned(std::int64_t v) {
+  out_ += std::to_string(v);
+}
+void TextWriter::writeBool(bool v) {
+  out_ += v ? "true" : "false";
+}
 
 void TextWriter::writeQuoted(std::string_view text) {
   out_ += '"';
   for (char const c : text) {
     auto const byte = static_cast<unsigned char>(c);
     switch (c) {
-      case '"': out_ += "\\\""; break;
-      case '\\': out_ += "\\\\"; break;
-      case '\n': out_ += "\\n"; break;
-      case '\t': out_ += "\\t"; break;
+      case '"':
+        out_ += "\\\"";
+        break;
+      case '\\':
+        out_ += "\\\\";
+        break;
+      case '\n':
+        out_ += "\\n";
+        break;
+      case '\t':
+        out_ += "\\t";
+        break;
       default:
         if (byte < 0x20 || byte >= 0x7f) {
           char buf[5];
@@ -64,8 +81,8 @@ void TextWriter::writeQuoted(std::string_view text) {
 
 void TextReader::expect(std::string_view literal, std::string_view attr) {
   if (text_.substr(pos_, literal.size()) != literal) {
-    throw DeserializationError(attr, "expected \"" + std::string(literal) + "\" at offset " +
-                                         std::to_string(pos_));
+    throw DeserializationError(
+        attr, "expected \"" + std::string(literal) + "\" at offset " + std::to_string(pos_));
   }
   pos_ += literal.size();
 }
@@ -105,8 +122,8 @@ std::uint64_t TextReader::readUnsigned(std::string_view attr, std::uint64_t max)
     throw DeserializationError(attr, "value out of range (max " + std::to_string(max) + ")");
   }
   if (ec != std::errc() || ptr == begin) {
-    throw DeserializationError(attr, "expected an unsigned number at offset " +
-                                         std::to_string(pos_));
+    throw DeserializationError(attr,
+                               "expected an unsigned number at offset " + std::to_string(pos_));
   }
   pos_ += static_cast<std::size_t>(ptr - begin);
   return value;
@@ -156,10 +173,18 @@ std::string TextReader::readQuoted(std::string_view attr) {
     }
     char const e = text_[pos_++];
     switch (e) {
-      case '"': out += '"'; break;
-      case '\\': out += '\\'; break;
-      case 'n': out += '\n'; break;
-      case 't': out += '\t'; break;
+      case '"':
+        out += '"';
+        break;
+      case '\\':
+        out += '\\';
+        break;
+      case 'n':
+        out += '\n';
+        break;
+      case 't':
+        out += '\t';
+        break;
       case 'x': {
         int const hi = pos_ < text_.size() ? hexDigit(text_[pos_]) : -1;
         int const lo = pos_ + 1 < text_.size() ? hexDigit(text_[pos_ + 1]) : -1;

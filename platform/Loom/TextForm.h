@@ -113,8 +113,7 @@ class TextReader {
 };
 
 template <std::unsigned_integral T>
-  requires(!std::same_as<T, bool>)
-struct TextCodec<T> {
+requires(!std::same_as<T, bool>) struct TextCodec<T> {
   static void write(TextWriter& w, T v) { w.writeUnsigned(v); }
   static T read(TextReader& r, std::string_view attr) {
     return static_cast<T>(r.readUnsigned(attr, std::numeric_limits<T>::max()));
@@ -137,7 +136,7 @@ struct TextCodec<bool> {
 };
 
 template <class E>
-  requires std::is_enum_v<E>
+requires std::is_enum_v<E>
 struct TextCodec<E> {
   using U = std::underlying_type_t<E>;
   static void write(TextWriter& w, E v) { TextCodec<U>::write(w, static_cast<U>(v)); }

@@ -30,7 +30,9 @@ TypeRegistry& TypeRegistry::instance() {
   return registry;
 }
 
-void TypeRegistry::add(TypeData const& type) { types_[type.name()] = &type; }
+void TypeRegistry::add(TypeData const& type) {
+  types_[type.name()] = &type;
+}
 
 TypeData const* TypeRegistry::find(std::string_view name) const {
   auto const it = types_.find(name);

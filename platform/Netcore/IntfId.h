@@ -53,7 +53,9 @@ class IntfId {
   std::uint32_t value_ = 0;
 };
 
-inline std::ostream& operator<<(std::ostream& os, IntfId const& id) { return os << id.toString(); }
+inline std::ostream& operator<<(std::ostream& os, IntfId const& id) {
+  return os << id.toString();
+}
 
 }  // namespace Netcore
 

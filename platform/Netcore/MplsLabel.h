@@ -37,7 +37,9 @@ class MplsLabel {
   std::uint32_t value_ = kNone;
 };
 
-inline std::ostream& operator<<(std::ostream& os, MplsLabel const& l) { return os << l.value(); }
+inline std::ostream& operator<<(std::ostream& os, MplsLabel const& l) {
+  return os << l.value();
+}
 
 }  // namespace Netcore
 

@@ -26,7 +26,9 @@ constexpr bool isNumeric(ArgKind kind) noexcept {
          kind == ArgKind::kIntfId;
 }
 
-constexpr bool isValidArgKind(std::uint8_t raw) noexcept { return raw <= 5; }
+constexpr bool isValidArgKind(std::uint8_t raw) noexcept {
+  return raw <= 5;
+}
 
 // Appends the text form of a numeric argument. Duallog and the Flashlog decoder both go
 // through this one function, so a decoded record reads exactly like the Duallog line.

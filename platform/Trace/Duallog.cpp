@@ -12,7 +12,7 @@
 
 #include "Trace/Facility.h"
 #include "Trace/Immortal.h"
-#include "Trace/LevelSpec.h"
+#include "Trace/LevelList.h"
 
 namespace Trace::Duallog {
 namespace {
@@ -32,8 +32,7 @@ class Output {
     int const fd = openOutput(env);
     if (fd < 0) {
       std::string const line = std::string(kFileEnv) + ": cannot open " + env + ": " +
-                               std::system_category().message(errno) +
-                               "; tracing to stderr\n";
+                               std::system_category().message(errno) + "; tracing to stderr\n";
       [[maybe_unused]] auto const n = ::write(STDERR_FILENO, line.data(), line.size());
       return;
     }
@@ -97,12 +96,16 @@ void levelIs(std::string_view facilityName, int maxLevel) {
   facility(facilityName).maxLevelIs(maxLevel);
 }
 
-void levelDel(std::string_view facilityName) { facility(facilityName).maxLevelIs(kNoLevel); }
+void levelDel(std::string_view facilityName) {
+  facility(facilityName).maxLevelIs(kNoLevel);
+}
 
-int level(std::string_view facilityName) { return facility(facilityName).maxLevel(); }
+int level(std::string_view facilityName) {
+  return facility(facilityName).maxLevel();
+}
 
-void levelsIs(std::string_view spec) {
-  LevelSpec const parsed = parseLevelSpec(spec);
+void levelsIs(std::string_view list) {
+  LevelList const parsed = parseLevelList(list);
   if (!parsed.problems.empty()) {
     throw std::invalid_argument("trace levels: " + parsed.problems.front());
   }
@@ -111,10 +114,16 @@ void levelsIs(std::string_view spec) {
   }
 }
 
-void outputFileIs(std::filesystem::path const& path) { output().fileIs(path); }
+void outputFileIs(std::filesystem::path const& path) {
+  output().fileIs(path);
+}
 
-void outputIsStderr() { output().stderrIs(); }
+void outputIsStderr() {
+  output().stderrIs();
+}
 
-void write(std::string_view line) { output().write(line); }
+void write(std::string_view line) {
+  output().write(line);
+}
 
 }  // namespace Trace::Duallog

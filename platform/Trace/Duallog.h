@@ -26,7 +26,7 @@ void levelDel(std::string_view facility);
 int level(std::string_view facility);
 // Applies a list in the MARL_TRACE form ("MarlTunnel/8,Other/2"). Throws
 // std::invalid_argument naming the first malformed entry, and then applies nothing.
-void levelsIs(std::string_view spec);
+void levelsIs(std::string_view list);
 
 // Appends the lines to path from now on. Throws std::system_error naming the file when it
 // cannot be opened; the output stays as it was.

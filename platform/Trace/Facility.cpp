@@ -10,7 +10,7 @@
 
 #include "Trace/Duallog.h"
 #include "Trace/Immortal.h"
-#include "Trace/LevelSpec.h"
+#include "Trace/LevelList.h"
 
 namespace Trace {
 namespace {
@@ -24,13 +24,12 @@ class Registry {
     if (env == nullptr) {
       return;
     }
-    LevelSpec const spec = parseLevelSpec(env);
-    for (std::string const& problem : spec.problems) {
-      std::string const line =
-          std::string(Duallog::kLevelsEnv) + ": ignoring " + problem + "\n";
+    LevelList const list = parseLevelList(env);
+    for (std::string const& problem : list.problems) {
+      std::string const line = std::string(Duallog::kLevelsEnv) + ": ignoring " + problem + "\n";
       [[maybe_unused]] auto const n = ::write(STDERR_FILENO, line.data(), line.size());
     }
-    for (LevelSetting const& s : spec.settings) {
+    for (LevelSetting const& s : list.settings) {
       findOrCreate(s.facility).maxLevelIs(s.maxLevel);
     }
   }

@@ -66,7 +66,9 @@ void warn(std::string const& text) {
   [[maybe_unused]] auto const n = ::write(STDERR_FILENO, line.data(), line.size());
 }
 
-std::string errnoText(int error) { return std::system_category().message(error); }
+std::string errnoText(int error) {
+  return std::system_category().message(error);
+}
 
 void validate(FlashlogOptions const& o) {
   std::uint64_t const ringWords = o.ringBytes / 8;
@@ -77,8 +79,7 @@ void validate(FlashlogOptions const& o) {
   }
   if (o.formatTableBytes % 8 != 0 || o.formatTableBytes < layout::kMinFormatBytes ||
       o.formatTableBytes > layout::kMaxFormatBytes) {
-    throw std::invalid_argument("flashlog format table size " +
-                                std::to_string(o.formatTableBytes) +
+    throw std::invalid_argument("flashlog format table size " + std::to_string(o.formatTableBytes) +
                                 " bytes is not a multiple of 8 from 4 KiB to 256 MiB");
   }
 }
@@ -165,8 +166,8 @@ void appendFormat(Mapping& m, std::string const& entry) {
   if (used + entry.size() > m.formatBytes) {
     if (!m.tableFullReported) {
       m.tableFullReported = true;
-      warn("the format table of " + (m.path.empty() ? std::string("the memory ring") :
-                                                      m.path.string()) +
+      warn("the format table of " +
+           (m.path.empty() ? std::string("the memory ring") : m.path.string()) +
            " is full; records of call sites registered from now on cannot be decoded");
     }
     return;

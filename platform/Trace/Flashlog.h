@@ -76,8 +76,7 @@ inline Ring const& ring() {
   return openRingOnFirstUse();
 }
 
-inline void Ring::commit(std::uint64_t position, std::uint64_t length,
-                         FormatId id) const noexcept {
+inline void Ring::commit(std::uint64_t position, std::uint64_t length, FormatId id) const noexcept {
   std::atomic_ref<std::uint64_t>(words[position & mask])
       .store(layout::recordHeader(position, length, id), std::memory_order_release);
   if ((position >> anchorShift) != ((position + length) >> anchorShift)) [[unlikely]] {

@@ -57,9 +57,8 @@ class EntryCursor {
 }  // namespace
 
 std::size_t Format::argCount() const {
-  return static_cast<std::size_t>(std::count_if(elements.begin(), elements.end(), [](auto& e) {
-    return e.kind != ArgKind::kFragment;
-  }));
+  return static_cast<std::size_t>(std::count_if(
+      elements.begin(), elements.end(), [](auto& e) { return e.kind != ArgKind::kFragment; }));
 }
 
 std::string encodeFormatEntry(FormatId id, Format const& format) {

@@ -70,7 +70,9 @@ constexpr std::uint64_t recordHeader(std::uint64_t position, std::uint64_t words
   return (kRecordMagic << 60) | (words << 52) | (std::uint64_t{formatId} << 32) |
          (position & 0xffffffffu);
 }
-constexpr std::uint64_t headerMagic(std::uint64_t header) noexcept { return header >> 60; }
+constexpr std::uint64_t headerMagic(std::uint64_t header) noexcept {
+  return header >> 60;
+}
 constexpr std::uint64_t headerWords(std::uint64_t header) noexcept {
   return (header >> 52) & 0xff;
 }
@@ -82,7 +84,9 @@ constexpr std::uint64_t headerPosition(std::uint64_t header) noexcept {
 }
 
 // Words a text argument of the given byte length occupies, its length word included.
-constexpr std::uint64_t textWords(std::uint64_t bytes) noexcept { return 1 + (bytes + 7) / 8; }
+constexpr std::uint64_t textWords(std::uint64_t bytes) noexcept {
+  return 1 + (bytes + 7) / 8;
+}
 
 }  // namespace Trace::layout
 

@@ -36,7 +36,9 @@ class Decoder {
  public:
   Decoder(std::string const& bytes, std::string name) : bytes_(bytes), name_(std::move(name)) {}
 
-  [[noreturn]] void fail(std::string const& what) const { throw FlashlogError(name_ + ": " + what); }
+  [[noreturn]] void fail(std::string const& what) const {
+    throw FlashlogError(name_ + ": " + what);
+  }
 
   FileHeader header() const {
     if (bytes_.size() < sizeof layout::kMagic ||
@@ -70,8 +72,8 @@ class Decoder {
            " bytes but the file has " + std::to_string(bytes_.size()));
     }
     if (bytes_.size() > h.fileBytes) {
-      fail("corrupt: the file has " + std::to_string(bytes_.size()) +
-           " bytes, more than the " + std::to_string(h.fileBytes) + " its header describes");
+      fail("corrupt: the file has " + std::to_string(bytes_.size()) + " bytes, more than the " +
+           std::to_string(h.fileBytes) + " its header describes");
     }
     if (h.formatUsed > h.formatBytes || h.formatUsed % 8 != 0) {
       fail("corrupt header: format table use " + std::to_string(h.formatUsed) +
@@ -179,20 +181,18 @@ FlashlogReader FlashlogReader::fromFile(std::filesystem::path const& path) {
   std::error_code ec;
   if (!std::filesystem::is_regular_file(path, ec)) {
     if (ec || !std::filesystem::exists(path, ec)) {
-      throw FlashlogError(path.string() + ": cannot read: " +
-                          (ec ? ec.message() : std::string("no such file")));
+      throw FlashlogError(path.string() +
+                          ": cannot read: " + (ec ? ec.message() : std::string("no such file")));
     }
     throw FlashlogError(path.string() + ": not a regular file");
   }
   std::ifstream in(path, std::ios::binary);
   if (!in.is_open()) {
-    throw FlashlogError(path.string() + ": cannot open: " +
-                        std::system_category().message(errno));
+    throw FlashlogError(path.string() + ": cannot open: " + std::system_category().message(errno));
   }
   std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   if (in.bad()) {
-    throw FlashlogError(path.string() + ": cannot read: " +
-                        std::system_category().message(errno));
+    throw FlashlogError(path.string() + ": cannot read: " + std::system_category().message(errno));
   }
   return FlashlogReader(bytes, path.string());
 }

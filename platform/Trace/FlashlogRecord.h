@@ -56,9 +56,9 @@ template <class... A>
 void record(FormatId id, A&&... args) {
   constexpr std::size_t kSlots = (std::size_t{kIsSlot<A>} + ... + 0);
   constexpr std::size_t kTexts = (std::size_t{kIsTextSlot<A>} + ... + 0);
-  static_assert(2 + kSlots + kTexts * (layout::textWords(kMaxTextBytes) - 1) <=
-                    layout::kMaxRecordWords,
-                "too many arguments for one trace record");
+  static_assert(
+      2 + kSlots + kTexts * (layout::textWords(kMaxTextBytes) - 1) <= layout::kMaxRecordWords,
+      "too many arguments for one trace record");
   if (id == layout::kUnrecordedFormat) [[unlikely]] {
     return;
   }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <string>
-#include <utility>
 
 #include "Trace/ArgTraits.h"
 #include "Trace/Duallog.h"
@@ -19,21 +18,20 @@
 // records into the Flashlog; when the facility has the level enabled, the pieces are also
 // joined, with nothing between them, into one Duallog line. The call site's format is
 // registered once, on its first execution. level must be a constant 0..9. Each argument is
-// evaluated exactly once.
-#define TRACE(facility, level, ...)                                                       \
-  do {                                                                                    \
+// evaluated exactly once. The arguments reach the helpers as lvalues, whose deduced types
+// keep the const of arrays: that is what tells a literal from a writable buffer.
+#define TRACE(facility, level, ...)                                                        \
+  do {                                                                                     \
     static_assert((level) >= 0 && (level) <= ::Trace::kMaxLevel, "trace levels are 0..9"); \
-    ::Trace::Facility& marlTraceFacility_ = (facility);                                   \
-    [&marlTraceFacility_](auto&&... marlTraceArgs_) {                                     \
-      static ::Trace::FormatId const marlTraceFormat_ = ::Trace::detail::callSiteFormat(  \
-          marlTraceFacility_, (level),                                                    \
-          std::forward<decltype(marlTraceArgs_)>(marlTraceArgs_)...);                     \
-      ::Trace::detail::record(marlTraceFormat_,                                           \
-                              std::forward<decltype(marlTraceArgs_)>(marlTraceArgs_)...); \
-      if (marlTraceFacility_.enabled(level)) [[unlikely]] {                               \
-        ::Trace::detail::emitLine(marlTraceArgs_...);                                     \
-      }                                                                                   \
-    }(__VA_ARGS__);                                                                       \
+    ::Trace::Facility& marlTraceFacility_ = (facility);                                    \
+    [&marlTraceFacility_](auto&&... marlTraceArgs_) {                                      \
+      static ::Trace::FormatId const marlTraceFormat_ =                                    \
+          ::Trace::detail::callSiteFormat(marlTraceFacility_, (level), marlTraceArgs_...); \
+      ::Trace::detail::record(marlTraceFormat_, marlTraceArgs_...);                        \
+      if (marlTraceFacility_.enabled(level)) [[unlikely]] {                                \
+        ::Trace::detail::emitLine(marlTraceArgs_...);                                      \
+      }                                                                                    \
+    }(__VA_ARGS__);                                                                        \
   } while (false)
 
 namespace Trace::detail {
@@ -42,8 +40,8 @@ template <class A>
 void addElement(Format& format, std::remove_reference_t<A> const& v) {
   if constexpr (kArgKind<A> == ArgKind::kFragment) {
     std::string scratch;
-    format.elements.push_back({ArgKind::kFragment, std::string(ArgTraits<ArgType<A>>::text(
-                                                       v, scratch))});
+    format.elements.push_back(
+        {ArgKind::kFragment, std::string(ArgTraits<ArgType<A>>::text(v, scratch))});
   } else {
     format.elements.push_back({kArgKind<A>, {}});
   }

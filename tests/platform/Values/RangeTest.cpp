@@ -27,7 +27,9 @@ constexpr char kVlanOrNoneText[] = "Bridging::VlanIdOrNone::value > 4094 not all
 constexpr char kStringText[] = "Cog::String::bytes > maxLength() not allowed";
 constexpr char kLabelText[] = "Netcore::MplsLabel::value > 1048576 not allowed";
 
-std::string bytes(std::size_t n) { return std::string(n, 'x'); }
+std::string bytes(std::size_t n) {
+  return std::string(n, 'x');
+}
 
 struct Refusal {
   char const* what;
@@ -43,8 +45,8 @@ TEST(ValueRange, RefusedValuesRaiseRangeErrorWithTheTypesText) {
       {"VLAN 65537 (not truncated)", [] { Bridging::VlanId(65537); }, kVlanText},
       {"VLAN or none 4095", [] { Bridging::VlanIdOrNone(4095); }, kVlanOrNoneText},
       {"101-byte bounded string", [] { Loom::BoundedString<100>(bytes(101)); }, kStringText},
-      {"101-byte decap entry name",
-       [] { MplsDecapInfo().nameIs(Loom::String(bytes(101))); }, kStringText},
+      {"101-byte decap entry name", [] { MplsDecapInfo().nameIs(Loom::String(bytes(101))); },
+       kStringText},
       {"orientation key VLAN 4095", [] { VlanAndVplsKey("blue", 4095, "g", true); },
        kVlanOrNoneText},
       {"label 0x100001", [] { MplsLabel(0x100001); }, kLabelText},
@@ -107,9 +109,9 @@ TEST(ValueRange, InterfaceNames) {
   EXPECT_EQ(empty, IntfId());
   EXPECT_EQ(empty.toString(), "");
 
-  for (auto const* name : {"Pseudowire0", "Pseudowire65536", "Pseudowire01", "pseudowire1", "Pw1",
-                           "Pseudowire", "Pseudowire+1", "Pseudowire-1", "Pseudowire1 ",
-                           "Pseudowire100000"}) {
+  for (auto const* name :
+       {"Pseudowire0", "Pseudowire65536", "Pseudowire01", "pseudowire1", "Pw1", "Pseudowire",
+        "Pseudowire+1", "Pseudowire-1", "Pseudowire1 ", "Pseudowire100000"}) {
     SCOPED_TRACE(name);
     try {
       IntfId{std::string_view(name)};

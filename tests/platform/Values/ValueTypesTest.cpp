@@ -28,13 +28,16 @@ using Netcore::IntfId;
 using Netcore::MplsLabel;
 using Profile = Hardware::Marl::Jericho2LifProfiles;
 
-IntfId pw(std::uint32_t n) { return IntfId::pseudowire(n); }
+IntfId pw(std::uint32_t n) {
+  return IntfId::pseudowire(n);
+}
 
 // `ascending` lists distinct keys in strictly ascending order. Checks that order, equality and
 // the seeded hash agree, that the hash sees every field these keys differ in, and that the seed
 // takes part.
 template <class K>
-void checkKeyFamily(std::vector<K> const& ascending) {
+void checkKeyFamily(char const* family, std::vector<K> const& ascending) {
+  SCOPED_TRACE(family);
   std::set<std::size_t> hashes;
   bool seedMatters = false;
   for (std::size_t i = 0; i < ascending.size(); ++i) {
@@ -53,60 +56,37 @@ void checkKeyFamily(std::vector<K> const& ascending) {
 }
 
 TEST(ValueTypes, KeysOrderCompareAndHashConsistently) {
-  {
-    SCOPED_TRACE("IntfId");
-    checkKeyFamily<IntfId>({IntfId(), pw(1), pw(2), pw(10), pw(65535)});
-  }
-  {
-    SCOPED_TRACE("MplsLabel");
-    checkKeyFamily<MplsLabel>({MplsLabel(0), MplsLabel(16), MplsLabel(0xfffff), MplsLabel()});
-  }
-  {
-    SCOPED_TRACE("VlanId / VlanIdOrNone");
-    checkKeyFamily<VlanId>({VlanId(1), VlanId(2), VlanId(4094)});
-    checkKeyFamily<VlanIdOrNone>({VlanIdOrNone(), VlanIdOrNone(1), VlanIdOrNone(4094)});
-  }
-  {
-    SCOPED_TRACE("NexthopIndex");
-    checkKeyFamily<Fab::NexthopIndex>(
-        {Fab::NexthopIndex(0), Fab::NexthopIndex(5, 0), Fab::NexthopIndex(0, 1), Fab::NexthopIndex()});
-  }
-  {
-    SCOPED_TRACE("VplsPwIntfVlanKey: by pseudowire, then VLAN");
-    checkKeyFamily<Fab::VplsPwIntfVlanKey>({{pw(2), VlanId(1)},
-                                            {pw(2), VlanId(4094)},
-                                            {pw(10), VlanId(1)},
-                                            {pw(10), VlanId(5)}});
-  }
-  {
-    SCOPED_TRACE("VplsIntfKey");
-    checkKeyFamily<Fab::VplsIntfKey>({{"a", "g", pw(1), false},
-                                      {"a", "g", pw(1), true},
-                                      {"a", "g", pw(2), false},
-                                      {"a", "h", pw(1), false},
-                                      {"b", "", IntfId(), false}});
-  }
-  {
-    SCOPED_TRACE("EsemConfigKeyVpls");
-    checkKeyFamily<HW::EsemConfigKeyVpls>(
-        {{5, 10, 0}, {5, 10}, {5, 11}, {6, 1}, {9, 4094}});
-  }
-  {
-    SCOPED_TRACE("MplsDecapInfoKey");
-    checkKeyFamily<HW::MplsDecapInfoKey>({{MplsLabel(16), VlanIdOrNone(), 0},
-                                          {MplsLabel(16), VlanIdOrNone(), 1},
-                                          {MplsLabel(16), VlanIdOrNone(20), 0},
-                                          {MplsLabel(17), VlanIdOrNone(), 0}});
-  }
-  {
-    SCOPED_TRACE("VlanAndVplsKey / LifProfileOrientationKey");
-    std::vector<HW::VlanAndVplsKey> const groups{
-        {"", 10, "g", true}, {"a", 0, "g", false}, {"a", 0, "g", true}, {"a", 0, "h", false},
-        {"a", 1, "", false}};
-    checkKeyFamily(groups);
-    checkKeyFamily<HW::LifProfileOrientationKey>(
-        {{groups[0], pw(1)}, {groups[0], pw(7)}, {groups[1], IntfId()}, {groups[1], pw(1)}});
-  }
+  checkKeyFamily<IntfId>("IntfId", {IntfId(), pw(1), pw(2), pw(10), pw(65535)});
+  checkKeyFamily<MplsLabel>("MplsLabel",
+                            {MplsLabel(0), MplsLabel(16), MplsLabel(0xfffff), MplsLabel()});
+  checkKeyFamily<VlanId>("VlanId", {VlanId(1), VlanId(2), VlanId(4094)});
+  checkKeyFamily<VlanIdOrNone>("VlanIdOrNone",
+                               {VlanIdOrNone(), VlanIdOrNone(1), VlanIdOrNone(4094)});
+  checkKeyFamily<Fab::NexthopIndex>("NexthopIndex", {Fab::NexthopIndex(0), Fab::NexthopIndex(5, 0),
+                                                     Fab::NexthopIndex(0, 1), Fab::NexthopIndex()});
+  checkKeyFamily<Fab::VplsPwIntfVlanKey>(
+      "VplsPwIntfVlanKey",
+      {{pw(2), VlanId(1)}, {pw(2), VlanId(4094)}, {pw(10), VlanId(1)}, {pw(10), VlanId(5)}});
+  checkKeyFamily<Fab::VplsIntfKey>("VplsIntfKey", {{"a", "g", pw(1), false},
+                                                   {"a", "g", pw(1), true},
+                                                   {"a", "g", pw(2), false},
+                                                   {"a", "h", pw(1), false},
+                                                   {"b", "", IntfId(), false}});
+  checkKeyFamily<HW::EsemConfigKeyVpls>("EsemConfigKeyVpls",
+                                        {{5, 10, 0}, {5, 10}, {5, 11}, {6, 1}, {9, 4094}});
+  checkKeyFamily<HW::MplsDecapInfoKey>("MplsDecapInfoKey", {{MplsLabel(16), VlanIdOrNone(), 0},
+                                                            {MplsLabel(16), VlanIdOrNone(), 1},
+                                                            {MplsLabel(16), VlanIdOrNone(20), 0},
+                                                            {MplsLabel(17), VlanIdOrNone(), 0}});
+  std::vector<HW::VlanAndVplsKey> const groups{{"", 10, "g", true},
+                                               {"a", 0, "g", false},
+                                               {"a", 0, "g", true},
+                                               {"a", 0, "h", false},
+                                               {"a", 1, "", false}};
+  checkKeyFamily("VlanAndVplsKey", groups);
+  checkKeyFamily<HW::LifProfileOrientationKey>(
+      "LifProfileOrientationKey",
+      {{groups[0], pw(1)}, {groups[0], pw(7)}, {groups[1], IntfId()}, {groups[1], pw(1)}});
 }
 
 TEST(ValueTypes, NexthopIndexPacksFecIdLowAndInLifHigh) {

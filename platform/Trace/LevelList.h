@@ -13,7 +13,7 @@ struct LevelSetting {
   bool operator==(LevelSetting const&) const = default;
 };
 
-struct LevelSpec {
+struct LevelList {
   std::vector<LevelSetting> settings;
   std::vector<std::string> problems;  // one text per entry that was ignored, naming it
 };
@@ -23,6 +23,6 @@ struct LevelSpec {
 // ("MarlTunnel") enables all levels 0..9. Entries are separated by commas; blanks around
 // them are ignored; empty entries are allowed. A malformed entry is left out and described
 // in problems; the valid ones still apply.
-LevelSpec parseLevelSpec(std::string_view text);
+LevelList parseLevelList(std::string_view text);
 
 }  // namespace Trace

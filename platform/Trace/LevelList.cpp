@@ -1,4 +1,4 @@
-#include "Trace/LevelSpec.h"
+#include "Trace/LevelList.h"
 
 #include "Trace/Facility.h"
 
@@ -15,8 +15,8 @@ std::string_view trim(std::string_view s) {
 
 }  // namespace
 
-LevelSpec parseLevelSpec(std::string_view text) {
-  LevelSpec spec;
+LevelList parseLevelList(std::string_view text) {
+  LevelList list;
   std::size_t start = 0;
   while (true) {
     auto const comma = text.find(',', start);
@@ -30,13 +30,13 @@ LevelSpec parseLevelSpec(std::string_view text) {
       std::string quoted = "'";
       quoted.append(entry).push_back('\'');
       if (!isValidFacilityName(name)) {
-        spec.problems.push_back(quoted + ": facility name must be letters, digits, _ - . :");
+        list.problems.push_back(quoted + ": facility name must be letters, digits, _ - . :");
       } else if (slash == std::string_view::npos) {
-        spec.settings.push_back({std::string(name), kMaxLevel});
+        list.settings.push_back({std::string(name), kMaxLevel});
       } else if (level.size() != 1 || level[0] < '0' || level[0] > '9') {
-        spec.problems.push_back(quoted + ": level must be one digit 0..9");
+        list.problems.push_back(quoted + ": level must be one digit 0..9");
       } else {
-        spec.settings.push_back({std::string(name), level[0] - '0'});
+        list.settings.push_back({std::string(name), level[0] - '0'});
       }
     }
     if (comma == std::string_view::npos) {
@@ -44,7 +44,7 @@ LevelSpec parseLevelSpec(std::string_view text) {
     }
     start = comma + 1;
   }
-  return spec;
+  return list;
 }
 
 }  // namespace Trace

@@ -1,0 +1,36 @@
+#include "Orb/AgentSocketCallback.h"
+
+#include <stdexcept>
+
+namespace Orb {
+
+AgentSocketCallback::AgentSocketCallback(Loom::String handlerName, Loom::String command)
+    : handlerName_(std::move(handlerName)), command_(std::move(command)) {
+  if (command_.empty()) {
+    throw std::invalid_argument("Orb::AgentSocketCallback: empty command name");
+  }
+  for (char const c : command_.view()) {
+    auto const byte = static_cast<unsigned char>(c);
+    if (byte <= ' ' || byte == 0x7f) {
+      throw std::invalid_argument("Orb::AgentSocketCallback: command name '" + command_.str() +
+                                  "' is not one word");
+    }
+  }
+}
+
+Loom::TypeData const& AgentSocketCallback::type() {
+  // Abstract: a command's callback is created by its own derived type, never by name.
+  static Loom::TypeData const data(typeName,
+                                   {
+                                       {"handlerName", Loom::AttributeKind::scalar, "Loom::String"},
+                                       {"command", Loom::AttributeKind::scalar, "Loom::String"},
+                                   },
+                                   {}, false);
+  return data;
+}
+
+namespace {
+Loom::TypeRegistration const registration(AgentSocketCallback::type());
+}
+
+}  // namespace Orb

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace Sim {
+
+// The runner's command line:
+//   vpls-decap-sim run SCENARIO.json [--json] [--each] [--trace-level N] [--trace-file PATH]
+//                                    [--flashlog PATH]
+//   vpls-decap-sim serve SCENARIO.json [--socket-dir DIR] [the same options]
+// Options may come before or after the scenario and also as --option=VALUE.
+struct CommandLine {
+  enum class Mode { run, serve, help };
+  Mode mode = Mode::help;
+  std::string scenario;
+  bool json = false;
+  bool each = false;
+  std::optional<int> traceLevel;  // 0..9, of the library's facility "MarlTunnel"
+  std::optional<std::string> traceFile;
+  std::optional<std::string> flashlog;
+  std::optional<std::string> socketDir;  // serve only
+};
+
+// A command line that cannot be used; what() says what is wrong in one line.
+class UsageError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// The usage text, several lines ending in a newline.
+std::string usage();
+
+// Parses the arguments after the program name.
+CommandLine parseCommandLine(std::vector<std::string> const& args);
+
+}  // namespace Sim

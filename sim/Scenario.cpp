@@ -1,0 +1,532 @@
+#include "sim/Scenario.h"
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <sstream>
+#include <utility>
+
+#include "Bridging/VlanId.h"
+#include "Loom/RangeError.h"
+#include "Netcore/MplsLabel.h"
+
+namespace Sim {
+namespace {
+
+using Json = nlohmann::json;
+
+constexpr std::uint64_t kMaxU32 = 0xffffffffu;
+constexpr std::uint64_t kMaxVlan = 4094;
+constexpr std::uint64_t kMaxMeshGroups = 4;
+
+struct TableEntry {
+  Table table;
+  std::string_view name;
+};
+
+constexpr std::array<TableEntry, 8> kTables{{
+    {Table::vplsPwIntfInfo, "vplsPwIntfInfo"},
+    {Table::decapLabel, "decapLabel"},
+    {Table::vlanTagInfo, "vlanTagInfo"},
+    {Table::encapHwFecId, "encapHwFecId"},
+    {Table::startupSyncDone, "startupSyncDone"},
+    {Table::restartDone, "restartDone"},
+    {Table::vxlanPresent, "vxlanPresent"},
+    {Table::vxlanDciConfigured, "vxlanDciConfigured"},
+}};
+
+constexpr std::array<std::pair<OpKind, std::string_view>, 4> kOps{{
+    {OpKind::set, "set"},
+    {OpKind::del, "del"},
+    {OpKind::show, "show"},
+    {OpKind::restart, "restart"},
+}};
+
+constexpr std::array<std::string_view, 6> kTopLevelKeys{"comment",    "cleanSlate", "toggles",
+                                                        "meshGroups", "before",     "events"};
+
+constexpr std::string_view kSplitHorizonToggle = "MarlTunnelSplitHorizonGroup";
+
+[[noreturn]] void fail(std::string const& where, std::string const& problem) {
+  throw ScenarioError(where.empty() ? problem : where + ": " + problem);
+}
+
+// A JSON value as it appears in a message, cut short when long.
+std::string shown(Json const& value) {
+  constexpr std::size_t kMaxShown = 40;
+  std::string text = value.dump(-1, ' ', false, Json::error_handler_t::replace);
+  if (text.size() > kMaxShown) {
+    text = text.substr(0, kMaxShown) + "...";
+  }
+  return text;
+}
+
+std::string kindOf(Json const& value) {
+  switch (value.type()) {
+    case Json::value_t::null:
+      return "null";
+    case Json::value_t::boolean:
+      return "a boolean";
+    case Json::value_t::string:
+      return "a string";
+    case Json::value_t::array:
+      return "an array";
+    case Json::value_t::object:
+      return "an object";
+    case Json::value_t::number_float:
+      return "a fractional number";
+    default:
+      return "a number";
+  }
+}
+
+template <class Names>
+std::string joined(Names const& names) {
+  std::string out;
+  for (auto const& name : names) {
+    out += (out.empty() ? "" : ", ") + std::string(name);
+  }
+  return out;
+}
+
+std::string member(std::string const& where, std::string_view field) {
+  return where.empty() ? std::string(field) : where + "." + std::string(field);
+}
+
+void requireObject(Json const& value, std::string const& where) {
+  if (!value.is_object()) {
+    fail(where, "must be an object, not " + kindOf(value));
+  }
+}
+
+template <class Names>
+void requireKnownFields(Json const& object, std::string const& where, Names const& allowed,
+                        std::string const& what) {
+  for (auto const& [field, value] : object.items()) {
+    bool known = false;
+    for (auto const& name : allowed) {
+      known = known || field == name;
+    }
+    if (!known) {
+      fail(member(where, field),
+           "unknown field in " + what + " (allowed: " + joined(allowed) + ")");
+    }
+  }
+}
+
+bool boolean(Json const& value, std::string const& where) {
+  if (!value.is_boolean()) {
+    fail(where, "must be true or false, not " + kindOf(value) + " (" + shown(value) + ")");
+  }
+  return value.get<bool>();
+}
+
+std::string string(Json const& value, std::string const& where) {
+  if (!value.is_string()) {
+    fail(where, "must be a string, not " + kindOf(value) + " (" + shown(value) + ")");
+  }
+  return value.get<std::string>();
+}
+
+std::uint64_t integer(Json const& value, std::string const& where, std::uint64_t min,
+                      std::uint64_t max) {
+  std::string const range = std::to_string(min) + ".." + std::to_string(max);
+  if (!value.is_number_integer()) {
+    fail(where,
+         "must be an integer in " + range + ", not " + kindOf(value) + " (" + shown(value) + ")");
+  }
+  if (value.is_number_unsigned()) {
+    auto const n = value.get<std::uint64_t>();
+    if (n >= min && n <= max) {
+      return n;
+    }
+  }
+  fail(where, shown(value) + " is out of range " + range);
+}
+
+Json const& required(Json const& object, std::string_view field, std::string const& where,
+                     std::string const& what) {
+  auto const it = object.find(field);
+  if (it == object.end()) {
+    fail(where, "missing \"" + std::string(field) + "\" " + what);
+  }
+  return *it;
+}
+
+Netcore::IntfId interfaceName(Json const& value, std::string const& where) {
+  std::string const name = string(value, where);
+  if (!name.empty()) {
+    try {
+      return Netcore::IntfId(name);
+    } catch (Loom::RangeError const&) {
+      // reported below
+    }
+  }
+  fail(where, shown(value) + " is not an interface name (expected Pseudowire<1..65535>)");
+}
+
+Fab::VplsPwIntfInfo pwIntfInfoValue(Json const& value, std::string const& where,
+                                    Netcore::IntfId pw) {
+  static constexpr std::array<std::string_view, 7> kFields{
+      "vplsInstanceName", "groupName",   "splitHorizon", "standby",
+      "vlanAware",        "controlWord", "flowLabel"};
+  requireObject(value, where);
+  requireKnownFields(value, where, kFields, "a vplsPwIntfInfo value");
+  auto const text = [&](std::string_view field) {
+    auto const it = value.find(field);
+    return it == value.end() ? std::string() : string(*it, member(where, field));
+  };
+  auto const flag = [&](std::string_view field) {
+    auto const it = value.find(field);
+    return it != value.end() && boolean(*it, member(where, field));
+  };
+  return Fab::VplsPwIntfInfo(pw)
+      .vplsInstanceNameIs(text("vplsInstanceName"))
+      .groupNameIs(text("groupName"))
+      .splitHorizonIs(flag("splitHorizon"))
+      .standbyIs(flag("standby"))
+      .vlanAwareIs(flag("vlanAware"))
+      .controlWordIs(flag("controlWord"))
+      .flowLabelIs(flag("flowLabel"));
+}
+
+Fab::NexthopIndex hwFecIndexValue(Json const& value, std::string const& where) {
+  static constexpr std::array<std::string_view, 2> kFields{"hwFecId", "globalInLif"};
+  requireObject(value, where);
+  requireKnownFields(value, where, kFields, "an encapHwFecId value");
+  auto const field = [&](std::string_view name) {
+    return static_cast<std::uint32_t>(
+        integer(required(value, name, where, "field"), member(where, name), 0, kMaxU32));
+  };
+  return Fab::NexthopIndex(field("hwFecId"), field("globalInLif"));
+}
+
+void readKey(Json const& key, std::string const& where, Op& op) {
+  if (op.table != Table::vlanTagInfo) {
+    op.pw = interfaceName(key, where);
+    return;
+  }
+  static constexpr std::array<std::string_view, 2> kFields{"pw", "vlan"};
+  requireObject(key, where);
+  requireKnownFields(key, where, kFields, "a vlanTagInfo key");
+  op.pw = interfaceName(required(key, "pw", where, "field"), member(where, "pw"));
+  op.vlan = static_cast<std::uint16_t>(
+      integer(required(key, "vlan", where, "field"), member(where, "vlan"), 1, kMaxVlan));
+}
+
+void readValue(Json const& value, std::string const& where, Op& op) {
+  switch (op.table) {
+    case Table::vplsPwIntfInfo:
+      op.pwIntfInfo = pwIntfInfoValue(value, where, op.pw);
+      return;
+    case Table::decapLabel:
+      op.number =
+          static_cast<std::uint32_t>(integer(value, where, 0, Netcore::MplsLabel::kMaxLabel));
+      return;
+    case Table::vlanTagInfo:
+      op.number = static_cast<std::uint32_t>(integer(value, where, 0, kMaxVlan));
+      return;
+    case Table::encapHwFecId:
+      op.hwFecIndex = hwFecIndexValue(value, where);
+      return;
+    default:
+      op.flag = boolean(value, where);
+      return;
+  }
+}
+
+OpKind opKind(Json const& op, std::string const& where) {
+  auto const& value = required(op, "op", where, "field (set, del, show or restart)");
+  std::string const name = string(value, member(where, "op"));
+  for (auto const& [kind, text] : kOps) {
+    if (name == text) {
+      return kind;
+    }
+  }
+  fail(member(where, "op"), "unknown op \"" + name + "\" (expected set, del, show or restart)");
+}
+
+Table table(Json const& op, std::string const& where) {
+  auto const& value = required(op, "table", where, "field");
+  std::string const name = string(value, member(where, "table"));
+  for (auto const& entry : kTables) {
+    if (name == entry.name) {
+      return entry.table;
+    }
+  }
+  std::vector<std::string_view> names;
+  for (auto const& entry : kTables) {
+    names.push_back(entry.name);
+  }
+  fail(member(where, "table"), "unknown table \"" + name + "\" (expected " + joined(names) + ")");
+}
+
+void readSetOrDel(Json const& json, std::string const& where, Op& op) {
+  static constexpr std::array<std::string_view, 5> kFields{"op", "table", "key", "value",
+                                                           "comment"};
+  requireKnownFields(json, where, kFields, "a " + std::string(opName(op.kind)) + " op");
+  op.table = table(json, where);
+  bool const hasKey = json.contains("key");
+  bool const hasValue = json.contains("value");
+  std::string const tableText(tableName(op.table));
+  if (isAttribute(op.table)) {
+    if (op.kind == OpKind::del) {
+      fail(where, "del is not possible on the attribute " + tableText + " (set it to false)");
+    }
+    if (hasKey) {
+      fail(member(where, "key"),
+           "not allowed: " + tableText + " is an attribute, set it with a value only");
+    }
+    op.flag =
+        boolean(required(json, "value", where, "field (true or false)"), member(where, "value"));
+    return;
+  }
+  readKey(required(json, "key", where, "field (table " + tableText + " needs a key)"),
+          member(where, "key"), op);
+  if (op.kind == OpKind::del) {
+    if (hasValue) {
+      fail(member(where, "value"), "not allowed on a del");
+    }
+    return;
+  }
+  if (!hasValue) {
+    fail(where, "missing \"value\" field (a set of " + tableText + " needs a value)");
+  }
+  readValue(json.at("value"), member(where, "value"), op);
+}
+
+Op readOp(Json const& json, std::string const& where, bool beforeStart) {
+  requireObject(json, where);
+  Op op;
+  op.kind = opKind(json, where);
+  if (auto const it = json.find("comment"); it != json.end()) {
+    op.comment = string(*it, member(where, "comment"));
+  }
+  switch (op.kind) {
+    case OpKind::set:
+    case OpKind::del:
+      readSetOrDel(json, where, op);
+      return op;
+    case OpKind::show: {
+      static constexpr std::array<std::string_view, 3> kFields{"op", "args", "comment"};
+      requireKnownFields(json, where, kFields, "a show op");
+      if (auto const it = json.find("args"); it != json.end()) {
+        op.showArgs = string(*it, member(where, "args"));
+      }
+      break;
+    }
+    case OpKind::restart: {
+      static constexpr std::array<std::string_view, 2> kFields{"op", "comment"};
+      requireKnownFields(json, where, kFields, "a restart op");
+      break;
+    }
+  }
+  if (beforeStart) {
+    fail(member(where, "op"),
+         "only set and del are possible before start-up, not " + std::string(opName(op.kind)));
+  }
+  return op;
+}
+
+std::vector<Op> readOps(Json const& list, std::string const& name, bool beforeStart) {
+  if (!list.is_array()) {
+    fail(name, "must be an array of ops, not " + kindOf(list));
+  }
+  std::vector<Op> ops;
+  ops.reserve(list.size());
+  for (std::size_t i = 0; i < list.size(); ++i) {
+    ops.push_back(readOp(list[i], name + "[" + std::to_string(i) + "]", beforeStart));
+  }
+  return ops;
+}
+
+std::map<std::string, bool> readToggles(Json const& value) {
+  requireObject(value, "toggles");
+  std::map<std::string, bool> toggles;
+  auto const known = knownToggles();
+  for (auto const& [name, state] : value.items()) {
+    bool isKnown = false;
+    for (auto const& k : known) {
+      isKnown = isKnown || name == k;
+    }
+    if (!isKnown) {
+      fail("toggles." + name, "unknown toggle (known: " + joined(known) + ")");
+    }
+    toggles[name] = boolean(state, "toggles." + name);
+  }
+  return toggles;
+}
+
+// Parses JSON text; a syntax error or a key given twice in one object becomes a ScenarioError.
+Json parseJson(std::string_view text) {
+  std::vector<std::set<std::string>> keysPerObject;
+  std::optional<std::string> duplicate;
+  auto const watch = [&](int, Json::parse_event_t event, Json& parsed) {
+    if (event == Json::parse_event_t::object_start) {
+      keysPerObject.emplace_back();
+    } else if (event == Json::parse_event_t::object_end && !keysPerObject.empty()) {
+      keysPerObject.pop_back();
+    } else if (event == Json::parse_event_t::key && !keysPerObject.empty() && !duplicate &&
+               !keysPerObject.back().insert(parsed.get<std::string>()).second) {
+      duplicate = parsed.get<std::string>();
+    }
+    return true;
+  };
+  Json json;
+  try {
+    json = Json::parse(text.begin(), text.end(), watch);
+  } catch (Json::parse_error const& e) {
+    // "[json.exception.parse_error.101] parse error at line 2, column 3: ..." without its tag.
+    std::string message = e.what();
+    if (auto const tagEnd = message.find("] "); tagEnd != std::string::npos) {
+      message.erase(0, tagEnd + 2);
+    }
+    fail("", "invalid JSON: " + message);
+  }
+  if (duplicate) {
+    fail("", "invalid scenario: the key \"" + *duplicate + "\" appears twice in one object");
+  }
+  return json;
+}
+
+std::string describeValue(Op const& op) {
+  switch (op.table) {
+    case Table::vplsPwIntfInfo: {
+      auto const& info = op.pwIntfInfo;
+      std::string text = "instance \"" + info.vplsInstanceName().str() + "\"";
+      if (!info.groupName().empty()) {
+        text += " group \"" + info.groupName().str() + "\"";
+      }
+      std::pair<bool, char const*> const flags[] = {
+          {info.splitHorizon(), "split-horizon"}, {info.standby(), "standby"},
+          {info.vlanAware(), "vlan-aware"},       {info.controlWord(), "control-word"},
+          {info.flowLabel(), "flow-label"},
+      };
+      for (auto const& [on, name] : flags) {
+        if (on) {
+          text += std::string(" ") + name;
+        }
+      }
+      return text;
+    }
+    case Table::decapLabel:
+    case Table::vlanTagInfo:
+      return std::to_string(op.number);
+    case Table::encapHwFecId:
+      return "hwFecId " + std::to_string(op.hwFecIndex.hwFecId()) + " globalInLif " +
+             std::to_string(op.hwFecIndex.globalInLif());
+    default:
+      return op.flag ? "true" : "false";
+  }
+}
+
+}  // namespace
+
+std::string_view tableName(Table table) {
+  for (auto const& entry : kTables) {
+    if (entry.table == table) {
+      return entry.name;
+    }
+  }
+  return "?";
+}
+
+bool isAttribute(Table table) {
+  return table == Table::startupSyncDone || table == Table::restartDone ||
+         table == Table::vxlanPresent || table == Table::vxlanDciConfigured;
+}
+
+std::string_view opName(OpKind kind) {
+  for (auto const& [k, name] : kOps) {
+    if (k == kind) {
+      return name;
+    }
+  }
+  return "?";
+}
+
+std::string describe(Op const& op) {
+  switch (op.kind) {
+    case OpKind::restart:
+      return "restart";
+    case OpKind::show:
+      return "show \"" + op.showArgs + "\"";
+    default:
+      break;
+  }
+  std::string text = std::string(opName(op.kind)) + " " + std::string(tableName(op.table));
+  if (!isAttribute(op.table)) {
+    text += " " + op.pw.toString();
+    if (op.table == Table::vlanTagInfo) {
+      text += " vlan " + std::to_string(op.vlan);
+    }
+  }
+  if (op.kind == OpKind::set) {
+    text += " = " + describeValue(op);
+  }
+  return text;
+}
+
+std::vector<std::string_view> knownToggles() {
+  return {kSplitHorizonToggle};
+}
+
+Scenario parseScenario(std::string_view text) {
+  Json const json = parseJson(text);
+  requireObject(json, "the scenario");
+  for (auto const& [key, value] : json.items()) {
+    bool known = false;
+    for (auto const name : kTopLevelKeys) {
+      known = known || key == name;
+    }
+    if (!known) {
+      fail("", "unknown top-level key \"" + key + "\" (allowed: " + joined(kTopLevelKeys) + ")");
+    }
+  }
+  Scenario scenario;
+  if (auto const it = json.find("comment"); it != json.end()) {
+    scenario.comment = string(*it, "comment");
+  }
+  if (auto const it = json.find("cleanSlate"); it != json.end()) {
+    scenario.cleanSlate = boolean(*it, "cleanSlate");
+  }
+  if (auto const it = json.find("toggles"); it != json.end()) {
+    scenario.toggles = readToggles(*it);
+  }
+  if (auto const it = json.find("meshGroups"); it != json.end()) {
+    scenario.meshGroups = static_cast<std::uint32_t>(integer(*it, "meshGroups", 1, kMaxMeshGroups));
+  }
+  if (auto const it = json.find("before"); it != json.end()) {
+    scenario.before = readOps(*it, "before", true);
+  }
+  if (auto const it = json.find("events"); it != json.end()) {
+    scenario.events = readOps(*it, "events", false);
+  }
+  return scenario;
+}
+
+Scenario loadScenario(std::filesystem::path const& path) {
+  std::error_code ec;
+  if (std::filesystem::is_directory(path, ec)) {
+    throw ScenarioError(path.string() + ": cannot read the scenario file: it is a directory");
+  }
+  std::ifstream in(path, std::ios::binary);
+  if (!in.is_open()) {
+    throw ScenarioError(path.string() + ": cannot read the scenario file: " + std::strerror(errno));
+  }
+  std::ostringstream text;
+  text << in.rdbuf();
+  if (in.bad()) {
+    throw ScenarioError(path.string() + ": cannot read the scenario file");
+  }
+  try {
+    return parseScenario(text.str());
+  } catch (ScenarioError const& e) {
+    throw ScenarioError(path.string() + ": " + e.what());
+  }
+}
+
+}  // namespace Sim

@@ -1,0 +1,195 @@
+// vpls-decap-sim: runs a scenario file against the VPLS decap library hosted on the platform,
+// prints what the library programmed, and optionally serves the agent's command socket.
+// Usage and exit codes: sim/CommandLine.cpp; scenario files: docs/scenarios.md.
+
+#include <signal.h>
+
+#include <atomic>
+#include <csignal>
+#include <exception>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "MarlTunnel/VplsSmWrapper.h"
+#include "Trace/Duallog.h"
+#include "Trace/Flashlog.h"
+#include "sim/CommandLine.h"
+#include "sim/Scenario.h"
+#include "sim/ScenarioRunner.h"
+#include "sim/StateJson.h"
+#include "sim/TextReport.h"
+
+namespace {
+
+constexpr int kExitDone = 0;
+constexpr int kExitRaised = 1;
+constexpr int kExitUsage = 2;
+constexpr char kProgram[] = "vpls-decap-sim";
+
+// The scheduler that serve runs, for the signal handler; and whether a stop came before it ran.
+std::atomic<Orb::TaskSchedulerRoot*> servedScheduler{nullptr};
+volatile std::sig_atomic_t stopRequested = 0;
+
+extern "C" void onStopSignal(int) {
+  stopRequested = 1;
+  if (auto* const scheduler = servedScheduler.load()) {
+    scheduler->stopFromSignal();
+  }
+}
+
+void installStopHandlers() {
+  struct sigaction action {};
+  action.sa_handler = onStopSignal;
+  sigemptyset(&action.sa_mask);
+  ::sigaction(SIGINT, &action, nullptr);
+  ::sigaction(SIGTERM, &action, nullptr);
+}
+
+int usageError(std::string const& problem) {
+  std::cerr << kProgram << ": " << problem << "\n" << Sim::usage();
+  return kExitUsage;
+}
+
+// Trace options; a file that cannot be opened is a usage error.
+void applyTraceOptions(Sim::CommandLine const& line) {
+  if (line.flashlog) {
+    Trace::Flashlog::open(*line.flashlog);
+  }
+  if (line.traceFile) {
+    Trace::Duallog::outputFileIs(*line.traceFile);
+  }
+  if (line.traceLevel) {
+    Trace::Duallog::levelIs("MarlTunnel", *line.traceLevel);
+  }
+}
+
+// Prints each step as the options ask, and the final result.
+class Printer {
+ public:
+  Printer(Sim::CommandLine const& line, Sim::ScenarioRunner const& runner)
+      : line_(line), runner_(runner) {}
+
+  void step(Sim::StepReport const& step) {
+    if (step.show) {
+      shows_.push_back(Sim::ShowRecord{step.event, step.op->showArgs, *step.show});
+    }
+    if (step.error) {
+      std::cerr << kProgram << ": " << where(step) << " raised: " << *step.error << "\n";
+    }
+    if (!line_.each) {
+      return;
+    }
+    if (line_.json) {
+      std::cout << Sim::jsonText(Sim::stepJson(step, state())) << "\n" << std::flush;
+      return;
+    }
+    std::cout << "== " << where(step) << "\n";
+    if (step.op != nullptr && !step.op->comment.empty()) {
+      std::cout << "   " << step.op->comment << "\n";
+    }
+    std::vector<Sim::ShowRecord> shown;
+    if (step.show) {
+      shown.push_back(shows_.back());
+    }
+    std::cout << "\n"
+              << Sim::textReport(runner_.harness(), runner_.logs(), shown) << "\n"
+              << std::flush;
+  }
+
+  void finish() {
+    if (line_.each) {
+      return;
+    }
+    if (line_.json) {
+      std::cout << Sim::jsonText(state(), 2) << "\n";
+    } else {
+      std::cout << Sim::textReport(runner_.harness(), runner_.logs(), shows_);
+    }
+    std::cout << std::flush;
+  }
+
+ private:
+  nlohmann::ordered_json state() const { return Sim::stateJson(runner_.harness(), runner_.logs()); }
+  static std::string where(Sim::StepReport const& step) {
+    if (step.op == nullptr) {
+      return "start-up";
+    }
+    return "event " + std::to_string(step.event) + " (" + Sim::describe(*step.op) + ")";
+  }
+
+  Sim::CommandLine const& line_;
+  Sim::ScenarioRunner const& runner_;
+  std::vector<Sim::ShowRecord> shows_;
+};
+
+void serve(Sim::ScenarioRunner& runner) {
+  auto& harness = runner.harness();
+  std::cerr << kProgram << ": serving " << harness.wrapper().agentSocketSm()->socketPath()
+            << " (SIGINT or SIGTERM to stop)" << std::endl;
+  servedScheduler.store(harness.scheduler.get());
+  if (stopRequested != 0) {
+    harness.scheduler->stop();
+  }
+  harness.scheduler->run();
+  servedScheduler.store(nullptr);
+}
+
+int runScenario(Sim::CommandLine const& line, Sim::Scenario scenario) {
+  Sim::ScenarioRunner::Options options;
+  if (line.socketDir) {
+    options.socketDir = *line.socketDir;
+  }
+  Sim::ScenarioRunner runner(std::move(scenario), options);
+  Printer printer(line, runner);
+  bool const ok = runner.run([&](Sim::StepReport const& step) { printer.step(step); });
+  printer.finish();
+  if (!ok) {
+    return kExitRaised;
+  }
+  if (line.mode == Sim::CommandLine::Mode::serve) {
+    serve(runner);
+  }
+  return kExitDone;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Sim::CommandLine line;
+  try {
+    line = Sim::parseCommandLine(std::vector<std::string>(argv + 1, argv + argc));
+  } catch (Sim::UsageError const& e) {
+    return usageError(e.what());
+  }
+  if (line.mode == Sim::CommandLine::Mode::help) {
+    std::cout << Sim::usage();
+    return kExitDone;
+  }
+  if (line.mode == Sim::CommandLine::Mode::serve) {
+    installStopHandlers();
+  }
+
+  Sim::Scenario scenario;
+  try {
+    scenario = Sim::loadScenario(line.scenario);
+  } catch (Sim::ScenarioError const& e) {
+    std::cerr << kProgram << ": " << e.what() << "\n";
+    return kExitUsage;
+  }
+  try {
+    applyTraceOptions(line);
+  } catch (std::exception const& e) {
+    std::cerr << kProgram << ": " << e.what() << "\n";
+    return kExitUsage;
+  }
+
+  try {
+    return runScenario(line, std::move(scenario));
+  } catch (std::exception const& e) {
+    // The runner itself could not work (no private directory, the socket taken by another
+    // agent): nothing the scenario asked for.
+    std::cerr << kProgram << ": " << e.what() << "\n";
+    return kExitUsage;
+  }
+}

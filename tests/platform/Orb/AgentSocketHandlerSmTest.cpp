@@ -1,0 +1,556 @@
+// The agent command socket, exercised by real clients over AF_UNIX: the protocol, its refusals,
+// clients that misbehave, descriptor hygiene and the socket file's life. The scheduler runs in
+// the test's own thread (runOnce), interleaved with the clients' non-blocking reads.
+
+#include <dirent.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "Loom/Errors.h"
+#include "Orb/AgentSocketCallback.h"
+#include "Orb/AgentSocketHandlerSm.h"
+#include "Orb/TaskSchedulerRoot.h"
+#include "Orb/UniqueFd.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using Orb::AgentSocketCallback;
+using Orb::AgentSocketHandlerSm;
+using Orb::TaskSchedulerRoot;
+using Orb::UniqueFd;
+
+constexpr char kHandler[] = "MarlTunnelVpls";
+
+// A command whose answer the test chooses; by default the argument text and a newline.
+class TestCommand : public AgentSocketCallback {
+ public:
+  using Answer = std::function<void(std::uint32_t fd, Loom::String const& args)>;
+  TestCommand(Loom::String handler, Loom::String command, Answer answer = {})
+      : AgentSocketCallback(std::move(handler), std::move(command)), answer_(std::move(answer)) {}
+
+  void handleCommand(std::uint32_t fd, Loom::String const& args) override {
+    ++calls;
+    if (answer_) {
+      answer_(fd, args);
+      return;
+    }
+    writeText(fd, args.str() + "\n");
+  }
+
+  static void writeText(std::uint32_t fd, std::string const& text) {
+    ASSERT_EQ(::write(static_cast<int>(fd), text.data(), text.size()),
+              static_cast<ssize_t>(text.size()));
+  }
+
+  int calls = 0;
+
+ private:
+  Answer answer_;
+};
+
+// The answer byte at `offset` of a large answer: a pattern that shows lost or reordered bytes.
+char patternAt(std::size_t offset) {
+  return static_cast<char>('a' + (offset * 7 + offset / 4096) % 26);
+}
+
+void writePattern(std::uint32_t fd, std::size_t size) {
+  std::vector<char> block(std::size_t{1} << 16);
+  for (std::size_t done = 0; done < size;) {
+    std::size_t const n = std::min(block.size(), size - done);
+    for (std::size_t i = 0; i < n; ++i) {
+      block[i] = patternAt(done + i);
+    }
+    ASSERT_EQ(::write(static_cast<int>(fd), block.data(), n), static_cast<ssize_t>(n));
+    done += n;
+  }
+}
+
+std::size_t openFdCount() {
+  std::size_t count = 0;
+  for ([[maybe_unused]] auto const& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    ++count;
+  }
+  return count;
+}
+
+// A client connection with plain POSIX calls.
+class Client {
+ public:
+  explicit Client(std::string const& path) : fd_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+    connected_ =
+        ::connect(fd_.get(), reinterpret_cast<sockaddr const*>(&address), sizeof address) == 0;
+  }
+  bool connected() const { return connected_; }
+
+  void send(std::string_view bytes) {
+    while (!bytes.empty()) {
+      auto const n = ::send(fd_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+      ASSERT_GT(n, 0) << std::strerror(errno);
+      bytes.remove_prefix(static_cast<std::size_t>(n));
+    }
+  }
+  void shutdownWrite() { ::shutdown(fd_.get(), SHUT_WR); }
+  void close() { fd_.reset(); }
+
+  // Reads what is there, at most `limit` bytes; false once the server has ended the
+  // connection (end of file, or a reset after the data).
+  bool readSome(std::size_t limit = std::size_t{1} << 16) {
+    std::vector<char> buffer(limit);
+    auto const n = ::recv(fd_.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
+    if (n > 0) {
+      received.append(buffer.data(), static_cast<std::size_t>(n));
+      return true;
+    }
+    if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+      return true;
+    }
+    ended = true;
+    return false;
+  }
+
+  std::string received;
+  bool ended = false;
+
+ private:
+  UniqueFd fd_;
+  bool connected_ = false;
+};
+
+class OrbAgentSocket : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char pattern[] = "/tmp/orb-socket-test-XXXXXX";
+    ASSERT_NE(::mkdtemp(pattern), nullptr);
+    dir = pattern;
+    AgentSocketHandlerSm::socketDirIs(dir);
+    TaskSchedulerRoot::rootIs(scheduler.get());
+    handler->agentSocketCallbackIs(echo);
+  }
+  void TearDown() override {
+    handler->hasNotificationActiveIs(false);
+    TaskSchedulerRoot::rootIs(nullptr);
+    AgentSocketHandlerSm::socketDirIs("");
+    std::filesystem::remove_all(dir);
+  }
+
+  std::string path() const { return dir + "/" + kHandler; }
+
+  void activate() {
+    handler->hasNotificationActiveIs(true);
+    ASSERT_TRUE(handler->hasNotificationActive());
+  }
+
+  // Runs the scheduler until `done` holds, failing after a generous bound.
+  void runUntil(std::function<bool()> const& done) {
+    auto const deadline = std::chrono::steady_clock::now() + 20s;
+    while (!done()) {
+      ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "condition not reached";
+      scheduler->runOnce(1ms);
+    }
+  }
+
+  // Runs the scheduler and reads until the server ends the connection.
+  void readToEnd(Client& client, std::size_t chunk = std::size_t{1} << 16) {
+    runUntil([&] { return !client.readSome(chunk); });
+  }
+
+  // One whole exchange: the request bytes, optionally the end of the client's writing, and
+  // everything the server answers.
+  std::string exchange(std::string_view request, bool endWriting = false) {
+    Client client(path());
+    EXPECT_TRUE(client.connected());
+    client.send(request);
+    if (endWriting) {
+      client.shutdownWrite();
+    }
+    readToEnd(client);
+    return client.received;
+  }
+
+  std::string dir;
+  Loom::Ptr<TaskSchedulerRoot> scheduler = TaskSchedulerRoot::TaskSchedulerRootIs();
+  Loom::Ptr<AgentSocketHandlerSm> handler = AgentSocketHandlerSm::AgentSocketHandlerSmIs(kHandler);
+  Loom::Ptr<TestCommand> echo = Loom::make<TestCommand>(kHandler, "echo");
+};
+
+// --- The protocol and its refusals, request by request ------------------------------------
+
+struct RequestCase {
+  char const* name;
+  std::string request;
+  bool endWriting;  // the client shuts its writing down after the request
+  std::string answer;
+};
+
+class OrbAgentSocketRequest : public OrbAgentSocket,
+                              public ::testing::WithParamInterface<RequestCase> {};
+
+TEST_P(OrbAgentSocketRequest, IsAnsweredOrRefusedWithOneLine) {
+  activate();
+  auto const& c = GetParam();
+  EXPECT_EQ(exchange(c.request, c.endWriting), c.answer);
+  EXPECT_EQ(handler->connectionCount(), 0u);
+}
+
+std::string const kLongest(4096 - 5, 'x');  // "echo " + this is exactly the request limit
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, OrbAgentSocketRequest,
+    ::testing::Values(
+        RequestCase{"Arguments", "echo hello  world\n", false, "hello  world\n"},
+        RequestCase{"NoArguments", "echo\n", false, "\n"},
+        RequestCase{"BlanksAndCarriageReturn", " \techo  two\r\n", false, " two\n"},
+        RequestCase{"BytesAfterTheNewlineIgnored", "echo one\necho two\n", false, "one\n"},
+        RequestCase{"LongestRequest", "echo " + kLongest + "\n", false, kLongest + "\n"},
+        RequestCase{"OneByteTooLong", "echo " + kLongest + "y\n", false,
+                    "error: request too long\n"},
+        RequestCase{"LongWithoutNewline", std::string(5000, 'z'), false,
+                    "error: request too long\n"},
+        RequestCase{"UnknownCommand", "show all\n", false, "error: unknown command 'show'\n"},
+        RequestCase{"CommandsAreCaseSensitive", "ECHO x\n", false,
+                    "error: unknown command 'ECHO'\n"},
+        RequestCase{"BinaryGarbage", std::string("\x01\xff\x00'\\q rest\n", 12), false,
+                    "error: unknown command '\\x01\\xff\\x00\\x27\\x5cq'\n"},
+        RequestCase{"EmptyLine", "\n", false, "error: empty request\n"},
+        RequestCase{"OnlyBlanks", " \t \r\n", false, "error: empty request\n"},
+        RequestCase{"EndWithoutNewline", "echo hi", true, "error: request without newline\n"},
+        RequestCase{"EndWithoutAnything", "", true, "error: request without newline\n"}),
+    [](auto const& info) { return std::string(info.param.name); });
+
+TEST_F(OrbAgentSocket, CallbacksAreReplacedAndRemovedByCommand) {
+  activate();
+  EXPECT_EQ(handler->agentSocketCallback("echo"), echo);
+  auto const loud =
+      Loom::make<TestCommand>(kHandler, "echo", [](std::uint32_t fd, auto const& args) {
+        TestCommand::writeText(fd, "LOUD " + args.str() + "\n");
+      });
+  handler->agentSocketCallbackIs(loud);
+  EXPECT_EQ(exchange("echo a\n"), "LOUD a\n");
+  EXPECT_EQ(echo->calls, 0);
+
+  handler->agentSocketCallbackDel("echo");
+  EXPECT_EQ(handler->agentSocketCallback("echo"), nullptr);
+  EXPECT_EQ(exchange("echo a\n"), "error: unknown command 'echo'\n");
+
+  EXPECT_THROW(handler->agentSocketCallbackIs(nullptr), Loom::NullPointerArgumentError);
+  EXPECT_THROW(handler->agentSocketCallbackIs(Loom::make<TestCommand>("OtherAgent", "echo")),
+               std::invalid_argument);
+  EXPECT_THROW(TestCommand(kHandler, "two words"), std::invalid_argument);
+  EXPECT_THROW(TestCommand(kHandler, ""), std::invalid_argument);
+}
+
+TEST_F(OrbAgentSocket, FailingCommandReportsItsErrorAfterWhatItWrote) {
+  activate();
+  handler->agentSocketCallbackIs(
+      Loom::make<TestCommand>(kHandler, "boom", [](std::uint32_t fd, auto const&) {
+        TestCommand::writeText(fd, "partial\n");
+        throw std::runtime_error("table missing");
+      }));
+  EXPECT_EQ(exchange("boom\n"), "partial\nerror: command 'boom' failed: table missing\n");
+  EXPECT_EQ(exchange("echo still here\n"), "still here\n");
+}
+
+TEST_F(OrbAgentSocket, AnswerAtTheLimitIsRefusedAndARunawayWriterStopped) {
+  auto limits = handler->limits();
+  limits.maxAnswerBytes = 1000;
+  handler->limitsIs(limits);
+  activate();
+  std::vector<ssize_t> writes;
+  handler->agentSocketCallbackIs(
+      Loom::make<TestCommand>(kHandler, "big", [&](std::uint32_t fd, Loom::String const& args) {
+        writes.clear();
+        std::string const block(std::stoul(args.str()), 'b');
+        writes.push_back(::write(static_cast<int>(fd), block.data(), block.size()));
+        writes.push_back(::write(static_cast<int>(fd), "!", 1));
+      }));
+  EXPECT_EQ(exchange("big 998\n"), std::string(998, 'b') + "!");
+  EXPECT_EQ(exchange("big 999\n"), "error: answer too large\n");
+  EXPECT_EQ(exchange("big 5000\n"), "error: answer too large\n");
+  // Far beyond the limit: the buffer stops growing and refuses further writes.
+  EXPECT_EQ(exchange("big 8000000\n"), "error: answer too large\n");
+  ASSERT_EQ(writes.size(), 2u);
+  EXPECT_LT(writes[0], 8000000);
+  EXPECT_EQ(writes[1], -1);
+}
+
+// --- Clients that do not play along ------------------------------------------------------
+
+TEST_F(OrbAgentSocket, SilentClientIsClosedAfterTheRequestTimeout) {
+  auto limits = handler->limits();
+  limits.requestTimeout = 30ms;
+  handler->limitsIs(limits);
+  activate();
+  Client silent(path());
+  runUntil([&] { return handler->connectionCount() == 1; });
+  runUntil([&] { return handler->connectionCount() == 0; });
+  readToEnd(silent);
+  EXPECT_EQ(silent.received, "error: request timeout\n");
+}
+
+TEST_F(OrbAgentSocket, ClientGoneBeforeTheAnswerIsDroppedWithoutHarm) {
+  activate();
+  handler->agentSocketCallbackIs(Loom::make<TestCommand>(
+      kHandler, "big", [](std::uint32_t fd, auto const&) { writePattern(fd, 4u << 20); }));
+  {
+    Client gone(path());
+    gone.send("big\n");
+    gone.close();
+  }
+  runUntil([&] { return handler->connectionCount() == 0 && handler->agentSocketCallback("big"); });
+
+  // One that reads a little of a large answer, then leaves.
+  Client impatient(path());
+  impatient.send("big\n");
+  runUntil([&] { return impatient.readSome(4096) && !impatient.received.empty(); });
+  impatient.close();
+  runUntil([&] { return handler->connectionCount() == 0; });
+  EXPECT_EQ(exchange("echo next\n"), "next\n");
+}
+
+TEST_F(OrbAgentSocket, ClientThatStopsReadingIsDroppedAfterTheStallTimeout) {
+  auto limits = handler->limits();
+  limits.stallTimeout = 30ms;
+  handler->limitsIs(limits);
+  activate();
+  std::size_t const size = std::size_t{8} << 20;
+  handler->agentSocketCallbackIs(Loom::make<TestCommand>(
+      kHandler, "big", [&](std::uint32_t fd, auto const&) { writePattern(fd, size); }));
+  Client stalled(path());
+  stalled.send("big\n");
+  runUntil([&] { return handler->connectionCount() == 1; });
+  runUntil([&] { return handler->connectionCount() == 0; });
+  readToEnd(stalled);
+  EXPECT_GT(stalled.received.size(), 0u);
+  EXPECT_LT(stalled.received.size(), size);
+}
+
+TEST_F(OrbAgentSocket, ConnectionsOverTheLimitAreRefused) {
+  auto limits = handler->limits();
+  limits.maxConnections = 2;
+  handler->limitsIs(limits);
+  activate();
+  Client first(path());
+  Client second(path());
+  runUntil([&] { return handler->connectionCount() == 2; });
+  Client third(path());
+  readToEnd(third);
+  EXPECT_EQ(third.received, "error: too many connections\n");
+  first.send("echo 1\n");
+  second.send("echo 2\n");
+  readToEnd(first);
+  readToEnd(second);
+  EXPECT_EQ(first.received + second.received, "1\n2\n");
+}
+
+// --- Large answers, many clients, descriptors -----------------------------------------------
+
+TEST_F(OrbAgentSocket, LargeAnswerReachesASlowReaderWhileOthersAreServed) {
+  activate();
+  std::size_t const size = std::size_t{8} << 20;
+  handler->agentSocketCallbackIs(Loom::make<TestCommand>(
+      kHandler, "big", [&](std::uint32_t fd, auto const&) { writePattern(fd, size); }));
+  Client slow(path());
+  slow.send("big\n");
+  // The answer does not fit the socket: the handler must come back to it, not wait for it.
+  runUntil([&] { return handler->connectionCount() == 1 && echo->calls == 0; });
+  for (int i = 0; i < 5; ++i) {
+    scheduler->runOnce(0ms);
+  }
+  EXPECT_EQ(handler->connectionCount(), 1u);
+  EXPECT_EQ(exchange("echo meanwhile\n"), "meanwhile\n");
+
+  readToEnd(slow, 16384);
+  ASSERT_EQ(slow.received.size(), size);
+  std::size_t mismatch = size;
+  for (std::size_t i = 0; i < size && mismatch == size; ++i) {
+    if (slow.received[i] != patternAt(i)) {
+      mismatch = i;
+    }
+  }
+  EXPECT_EQ(mismatch, size) << "first wrong byte";
+  EXPECT_EQ(handler->connectionCount(), 0u);
+}
+
+TEST_F(OrbAgentSocket, ManyClientsLeaveNoDescriptorBehind) {
+  activate();
+  exchange("echo warm-up\n");  // first-use allocations (trace formats, ...) out of the count
+  exchange("nosuch\n");
+  std::size_t const before = openFdCount();
+  for (int i = 0; i < 200; ++i) {
+    switch (i % 4) {
+      case 0:
+        ASSERT_EQ(exchange("echo " + std::to_string(i) + "\n"), std::to_string(i) + "\n");
+        break;
+      case 1:
+        ASSERT_EQ(exchange("nosuch\n"), "error: unknown command 'nosuch'\n");
+        break;
+      case 2:
+        ASSERT_EQ(exchange("echo", true), "error: request without newline\n");
+        break;
+      default: {
+        Client gone(path());
+        gone.send("echo bye\n");
+        gone.close();
+        runUntil([&] { return echo->calls > 0 && handler->connectionCount() == 0; });
+      }
+    }
+  }
+  runUntil([&] { return handler->connectionCount() == 0; });
+  EXPECT_EQ(openFdCount(), before);
+}
+
+// --- The socket file ------------------------------------------------------------------------
+
+TEST_F(OrbAgentSocket, SocketFileIsPrivateAndRemovedWhenNotificationGoesOff) {
+  std::string const nested = dir + "/a/b";
+  AgentSocketHandlerSm::socketDirIs(nested);
+  EXPECT_EQ(handler->socketPath(), nested + "/" + kHandler);
+  activate();
+  struct stat info {};
+  ASSERT_EQ(::stat(handler->socketPath().c_str(), &info), 0);
+  EXPECT_TRUE(S_ISSOCK(info.st_mode));
+  EXPECT_EQ(info.st_mode & 07777, 0600u);
+  ASSERT_EQ(::stat(nested.c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 07777, 0700u);
+
+  handler->hasNotificationActiveIs(false);
+  EXPECT_FALSE(handler->hasNotificationActive());
+  EXPECT_NE(::access((nested + "/" + kHandler).c_str(), F_OK), 0);
+  EXPECT_EQ(scheduler->fdHandlerCount(), 0u);
+  EXPECT_EQ(scheduler->timerCount(), 0u);
+}
+
+TEST_F(OrbAgentSocket, SwitchingOffClosesOpenConnections) {
+  activate();
+  Client waiting(path());
+  runUntil([&] { return handler->connectionCount() == 1; });
+  handler->hasNotificationActiveIs(false);
+  EXPECT_EQ(handler->connectionCount(), 0u);
+  EXPECT_FALSE(waiting.readSome());
+  EXPECT_EQ(scheduler->fdHandlerCount(), 0u);
+}
+
+TEST_F(OrbAgentSocket, CallbackMaySwitchItsHandlerOff) {
+  activate();
+  handler->agentSocketCallbackIs(
+      Loom::make<TestCommand>(kHandler, "quit", [&](std::uint32_t fd, auto const&) {
+        TestCommand::writeText(fd, "bye\n");
+        handler->hasNotificationActiveIs(false);
+      }));
+  Client client(path());
+  client.send("quit\n");
+  runUntil([&] { return !handler->hasNotificationActive(); });
+  readToEnd(client);
+  EXPECT_EQ(client.received, "");
+  EXPECT_EQ(scheduler->fdHandlerCount(), 0u);
+}
+
+TEST_F(OrbAgentSocket, StaleSocketIsReplacedButALiveOneIsNot) {
+  {
+    // A dead agent's socket: bound, never served any more.
+    UniqueFd dead(::socket(AF_UNIX, SOCK_STREAM, 0));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path().c_str(), sizeof address.sun_path - 1);
+    ASSERT_EQ(::bind(dead.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  }
+  activate();
+  EXPECT_EQ(exchange("echo replaced\n"), "replaced\n");
+  handler->hasNotificationActiveIs(false);
+
+  // Another process's live agent: listening on the path, unknown to this process's handlers.
+  UniqueFd live(::socket(AF_UNIX, SOCK_STREAM, 0));
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strncpy(address.sun_path, path().c_str(), sizeof address.sun_path - 1);
+  ASSERT_EQ(::bind(live.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  ASSERT_EQ(::listen(live.get(), 4), 0);
+  try {
+    handler->hasNotificationActiveIs(true);
+    ADD_FAILURE() << "took a live agent's socket";
+  } catch (std::system_error const& e) {
+    EXPECT_EQ(e.code().value(), EADDRINUSE);
+    EXPECT_NE(std::string(e.what()).find(path()), std::string::npos) << e.what();
+  }
+  EXPECT_FALSE(handler->hasNotificationActive());
+  EXPECT_EQ(::access(path().c_str(), F_OK), 0) << "the live agent's socket stays";
+  EXPECT_EQ(scheduler->fdHandlerCount(), 0u);
+}
+
+TEST_F(OrbAgentSocket, SomethingElseAtThePathIsNeverRemoved) {
+  {
+    std::FILE* f = std::fopen(path().c_str(), "w");
+    ASSERT_NE(f, nullptr);
+    std::fclose(f);
+  }
+  EXPECT_THROW(handler->hasNotificationActiveIs(true), std::system_error);
+  EXPECT_FALSE(handler->hasNotificationActive());
+  struct stat info {};
+  ASSERT_EQ(::stat(path().c_str(), &info), 0);
+  EXPECT_TRUE(S_ISREG(info.st_mode));
+}
+
+TEST_F(OrbAgentSocket, NewerHandlerOfThisProcessTakesTheSocketOver) {
+  activate();
+  auto const newer = AgentSocketHandlerSm::AgentSocketHandlerSmIs(kHandler);
+  newer->agentSocketCallbackIs(Loom::make<TestCommand>(
+      kHandler, "echo",
+      [](std::uint32_t fd, auto const&) { TestCommand::writeText(fd, "newer\n"); }));
+  newer->hasNotificationActiveIs(true);
+  EXPECT_FALSE(handler->hasNotificationActive());
+  EXPECT_EQ(exchange("echo x\n"), "newer\n");
+  // The older one going away does not touch the newer one's file.
+  handler->hasNotificationActiveIs(false);
+  handler = AgentSocketHandlerSm::AgentSocketHandlerSmIs(kHandler);
+  EXPECT_EQ(exchange("echo x\n"), "newer\n");
+  newer->hasNotificationActiveIs(false);
+}
+
+TEST_F(OrbAgentSocket, ActivationNeedsARootSchedulerAndAUsablePath) {
+  TaskSchedulerRoot::rootIs(nullptr);
+  EXPECT_THROW(handler->hasNotificationActiveIs(true), std::logic_error);
+  TaskSchedulerRoot::rootIs(scheduler.get());
+  AgentSocketHandlerSm::socketDirIs(dir + "/" + std::string(120, 'd'));
+  EXPECT_THROW(handler->hasNotificationActiveIs(true), std::invalid_argument);
+  EXPECT_FALSE(handler->hasNotificationActive());
+  EXPECT_THROW(AgentSocketHandlerSm::AgentSocketHandlerSmIs("a/b"), std::invalid_argument);
+  EXPECT_THROW(AgentSocketHandlerSm::AgentSocketHandlerSmIs(".."), std::invalid_argument);
+  EXPECT_THROW(AgentSocketHandlerSm::AgentSocketHandlerSmIs(""), std::invalid_argument);
+}
+
+TEST_F(OrbAgentSocket, SocketDirectoryComesFromTheSettingTheEnvironmentOrTheDefault) {
+  char const* const saved = std::getenv(AgentSocketHandlerSm::kSocketDirEnv);
+  std::string const savedValue = saved ? saved : "";
+  AgentSocketHandlerSm::socketDirIs("");
+  ::setenv(AgentSocketHandlerSm::kSocketDirEnv, "/run/agents", 1);
+  EXPECT_EQ(AgentSocketHandlerSm::socketDir(), "/run/agents");
+  ::setenv(AgentSocketHandlerSm::kSocketDirEnv, "", 1);
+  EXPECT_EQ(AgentSocketHandlerSm::socketDir(), "/tmp/marl-sockets");
+  ::unsetenv(AgentSocketHandlerSm::kSocketDirEnv);
+  EXPECT_EQ(AgentSocketHandlerSm::socketDir(), "/tmp/marl-sockets");
+  AgentSocketHandlerSm::socketDirIs(dir);
+  EXPECT_EQ(AgentSocketHandlerSm::socketDir(), dir);
+  if (saved) {
+    ::setenv(AgentSocketHandlerSm::kSocketDirEnv, savedValue.c_str(), 1);
+  }
+}
+
+}  // namespace
