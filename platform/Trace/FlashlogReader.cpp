@@ -79,8 +79,8 @@ class Decoder {
       fail("corrupt header: format table use " + std::to_string(h.formatUsed) +
            " does not fit its " + std::to_string(h.formatBytes) + " bytes");
     }
-    if (!std::isfinite(h.ticksPerSecond) || h.ticksPerSecond <= 0) {
-      fail("corrupt header: clock rate is not a positive number");
+    if (!std::isfinite(h.ticksPerSecond) || h.ticksPerSecond < 1) {
+      fail("corrupt header: clock rate is not a number of ticks per second");
     }
     return h;
   }
@@ -159,7 +159,8 @@ class Decoder {
 };
 
 // Wall-clock time of a tick count: linear between the anchors around it, and from the last
-// anchor on with the calibrated rate.
+// anchor on with the calibrated rate. Computed in floating point and clamped, so that the
+// anchors of a corrupt file give a wrong time, never an overflow.
 std::int64_t toRealtime(std::vector<Anchor> const& anchors, double ticksPerSecond,
                         std::uint64_t ticks) {
   auto next = std::upper_bound(anchors.begin(), anchors.end(), ticks,
@@ -168,11 +169,16 @@ std::int64_t toRealtime(std::vector<Anchor> const& anchors, double ticksPerSecon
   double nsPerTick = 1e9 / ticksPerSecond;
   if (next != anchors.end() && next != base && next->ticks > base->ticks &&
       next->realtimeNs > base->realtimeNs) {
-    nsPerTick = static_cast<double>(next->realtimeNs - base->realtimeNs) /
+    nsPerTick = (static_cast<double>(next->realtimeNs) - static_cast<double>(base->realtimeNs)) /
                 static_cast<double>(next->ticks - base->ticks);
   }
-  auto const delta = static_cast<std::int64_t>(ticks - base->ticks);
-  return base->realtimeNs + std::llround(static_cast<double>(delta) * nsPerTick);
+  auto const delta = static_cast<double>(static_cast<std::int64_t>(ticks - base->ticks));
+  double const ns = static_cast<double>(base->realtimeNs) + delta * nsPerTick;
+  constexpr double kLimit = 9.2e18;  // just inside the range of std::int64_t
+  if (std::isnan(ns)) {
+    return 0;
+  }
+  return static_cast<std::int64_t>(std::clamp(ns, -kLimit, kLimit));
 }
 
 }  // namespace

@@ -366,8 +366,9 @@ class Sequence {
       }
     }
     // Every label map entry names the pseudowire whose label it is, and an entry of the label.
-    for (auto const& [label, id] : r_.labelToPw->labelToPwIntf()) {
-      auto const record = sm.localPwInfo(id);
+    for (auto const& mapped : r_.labelToPw->labelToPwIntf()) {
+      auto const label = mapped.first;
+      auto const record = sm.localPwInfo(mapped.second);
       bool const entry = std::any_of(table.begin(), table.end(), [&](auto const& e) {
         return e.first.label() == label &&
                e.second.inLifProfile() != Jericho2LifProfiles::vplsVtt2InLifProfile_;
