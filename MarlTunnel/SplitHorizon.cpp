@@ -35,7 +35,6 @@ std::optional<Orientation> MarlVplsPwIntfDecapSm::requestOrientation(
     LifProfileOrientationKey const& key, std::string_view caller, Loom::String const& logGroupName,
     Loom::String const& logInstanceName) {
   lpoRequestIs(key);
-  lifProfileOrientationKeyIs(key.pwIntfId(), key);
   // The allocator answers inside the request; no answer yet counts as orientation 0.
   auto const response = lpoResponse(key);
   auto const orientation = response ? response->orientation() : Orientation::orientation0;
@@ -51,6 +50,9 @@ std::optional<Orientation> MarlVplsPwIntfDecapSm::requestOrientation(
     lpoRequestDel(key);
     return std::nullopt;
   }
+  // Only a key in use is remembered: a failed or refused group must not come back as the
+  // pseudowire's key after a restart.
+  lifProfileOrientationKeyIs(key.pwIntfId(), key);
   return orientation;
 }
 

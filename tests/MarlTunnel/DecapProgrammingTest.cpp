@@ -87,52 +87,46 @@ class WriteRecorder {
   Status status_{*this};
 };
 
-// A non-standby pseudowire with every input but its label or FEC id, as the test needs.
-void configureAllBut(DecapSmRig& r, std::uint32_t n, bool label, bool fec, bool vlanAware = false) {
-  r.config(n, "vpls1", "grp" + std::to_string(n), /*standby=*/false, vlanAware);
+// A non-standby pseudowire in its own group on VLAN 10 (normalised tag 100 + n), with label
+// 1000 * n and its FEC id as the test asks.
+void configure(DecapSmRig& r, std::uint32_t n, bool withLabel, bool withFec) {
+  r.config(n, "vpls1", "grp" + std::to_string(n));
   r.tag(n, 10, 100 + n);
-  if (label) {
+  if (withLabel) {
     r.label(n, 1000 * n);
   }
-  if (fec) {
+  if (withFec) {
     r.fec(n, 0x100 * n, 0x5000 + n);
   }
 }
 
 TEST(DecapProgrammingTest, EntryWritesFollowTheirFixedOrder) {
-  // Adding: orientation request, label map, decap entry, decap status, VTT2 entry. Removing:
-  // VTT2 entry, decap entry, label map, decap status.
-  struct Case {
-    char const* name;
-    std::function<void(DecapSmRig&)> last;
-    std::function<void(DecapSmRig&)> undo;
-  };
-  std::vector<Case> const cases{
-      {"tag", [](DecapSmRig& r) { r.tag(1, 10, 101); }, [](DecapSmRig& r) { r.removeTag(1, 10); }},
-      {"label", [](DecapSmRig& r) { r.label(1, 1000); }, [](DecapSmRig& r) { r.removeLabel(1); }},
-      {"FEC id", [](DecapSmRig& r) { r.fec(1, 0x100, 0x5001); },
-       [](DecapSmRig& r) { r.removeFec(1); }},
-  };
-  for (auto const& c : cases) {
-    SCOPED_TRACE(std::string("last input: ") + c.name);
+  // Whichever input comes last, adding writes: orientation request, label map, decap entry,
+  // decap status, VTT2 entry; removing it again: VTT2 entry, decap entry, label map, decap
+  // status.
+  using Input = std::function<void(DecapSmRig&)>;
+  Input const write[] = {[](DecapSmRig& r) { r.tag(1, 10, 101); },
+                         [](DecapSmRig& r) { r.label(1, 1000); },
+                         [](DecapSmRig& r) { r.fec(1, 0x100, 0x5001); }};
+  Input const remove[] = {[](DecapSmRig& r) { r.removeTag(1, 10); },
+                          [](DecapSmRig& r) { r.removeLabel(1); },
+                          [](DecapSmRig& r) { r.removeFec(1); }};
+  for (int last : {0, 1, 2}) {
+    SCOPED_TRACE("last input " + std::to_string(last));
     DecapSmRig r;
     r.start();
     r.config(1, "vpls1", "grp1", /*standby=*/false, /*vlanAware=*/true);
-    if (std::string(c.name) != "tag") {
-      r.tag(1, 10, 101);
-    }
-    if (std::string(c.name) != "label") {
-      r.label(1, 1000);
-    }
-    if (std::string(c.name) != "FEC id") {
-      r.fec(1, 0x100, 0x5001);
+    for (int i : {0, 1, 2}) {
+      if (i != last) {
+        write[i](r);
+      }
     }
     WriteRecorder recorder(r);
-    c.last(r);
+    write[last](r);
     EXPECT_EQ(recorder.take(),
               (std::vector<std::string>{"orientation request +", "label map +", "decap entry +",
                                         "decap status +", "VTT2 entry +"}));
-    c.undo(r);
+    remove[last](r);
     EXPECT_EQ(recorder.take(), (std::vector<std::string>{"VTT2 entry -", "decap entry -",
                                                          "label map -", "decap status -"}));
   }
@@ -143,7 +137,7 @@ TEST(DecapProgrammingTest, FecIdBeforeInstanceIsIgnoredUntilPublishedAgain) {
   r.start();
   r.fec(1, 0x100, 0x5001);
   EXPECT_EQ(r.sm->localPwInfo(pw(1)), nullptr);
-  configureAllBut(r, 1, /*label=*/true, /*fec=*/false);
+  configure(r, 1, /*withLabel=*/true, /*withFec=*/false);
   EXPECT_FALSE(r.sm->localPwInfo(pw(1))->encapHwFecIdAvail());
   EXPECT_EQ(r.decapEntries(), 0u);
 
@@ -157,7 +151,7 @@ TEST(DecapProgrammingTest, RepublishedInputReprogramsWithTheValuesReadThen) {
   // deletes every entry of the pseudowire and adds it back, with the values of that moment.
   DecapSmRig r;
   r.start();
-  configureAllBut(r, 1, /*label=*/true, /*fec=*/true);
+  configure(r, 1, /*withLabel=*/true, /*withFec=*/true);
   r.tag(1, 20, 201);
   WriteRecorder recorder(r);
 
@@ -190,8 +184,8 @@ TEST(DecapProgrammingTest, FailedOrientationProgramsNothing) {
   DecapSmRig r;
   r.allocatorIs(1);
   r.start();
-  configureAllBut(r, 1, /*label=*/true, /*fec=*/true);
-  configureAllBut(r, 2, /*label=*/true, /*fec=*/true);
+  configure(r, 1, /*withLabel=*/true, /*withFec=*/true);
+  configure(r, 2, /*withLabel=*/true, /*withFec=*/true);
 
   EXPECT_EQ(r.decapEntries(), 1u);
   EXPECT_TRUE(r.hasEntry(1000, 101));
@@ -207,8 +201,8 @@ TEST(DecapProgrammingTest, FailedOrientationProgramsNothing) {
 TEST(DecapProgrammingTest, CallsWithNothingToDoChangeNothing) {
   DecapSmRig r;
   r.start();
-  configureAllBut(r, 1, /*label=*/false, /*fec=*/true);
-  configureAllBut(r, 2, /*label=*/true, /*fec=*/true);
+  configure(r, 1, /*withLabel=*/false, /*withFec=*/true);
+  configure(r, 2, /*withLabel=*/true, /*withFec=*/true);
   WriteRecorder recorder(r);
 
   // No label: addDecapConfig programs nothing, for all VLANs or for one.
@@ -240,7 +234,7 @@ TEST(DecapProgrammingTest, DeletedLabelKeepsTheRecordWhileOtherPiecesRemain) {
     SCOPED_TRACE(c.name);
     DecapSmRig r;
     r.start();
-    configureAllBut(r, 2, /*label=*/true, /*fec=*/true);  // another pseudowire's entry
+    configure(r, 2, /*withLabel=*/true, /*withFec=*/true);  // another pseudowire's entry
     if (c.config) {
       r.config(1, "vpls1", "grp1");
     }
@@ -271,7 +265,7 @@ TEST(DecapProgrammingDeathTest, MissingOrientationAnswerFailsTheProfileCheck) {
   DecapSmRig r;
   r.allocator = nullptr;  // nobody answers orientation requests
   r.start();
-  configureAllBut(r, 1, /*label=*/true, /*fec=*/false);
+  configure(r, 1, /*withLabel=*/true, /*withFec=*/false);
   EXPECT_DEATH(r.fec(1, 0x100, 0x5001),
                escapeRegex("inLifProfile >= Jericho2LifProfiles::vplsSpokeInLifProfile_ && "
                            "inLifProfile <= Jericho2LifProfiles::vplsMeshInLifProfile4_"));

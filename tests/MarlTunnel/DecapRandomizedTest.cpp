@@ -264,8 +264,8 @@ class Sequence {
     return out;
   }
 
-  // What the design guarantees after every change. Left out, as deliberate quirks: the label
-  // map entry goes with the first of a pseudowire's entries while others remain (so it is
+  // What the state machine guarantees after every change. Left out, as meant behaviour: the
+  // label map entry goes with the first of a pseudowire's entries while others remain (so it is
   // checked one way only); a standby pseudowire's counter counts every re-programming of its
   // single entry (so counters are checked only for records that were never standby); the VTT2
   // entry is removed under the VLAN of the last entry, not the one it was added under (so VTT2
@@ -455,7 +455,7 @@ class Sequence {
   }
 
   // Removes every input and VXLAN flag in random order (a VXLAN change that rule 3 holds back
-  // goes after the rest) and checks that only what the design leaves behind is left.
+  // goes after the rest) and checks that only what is left behind on purpose is left.
   std::string removeEverything() {
     auto steps = removals();
     std::shuffle(steps.begin(), steps.end(), rng_);
