@@ -6,6 +6,7 @@
 #include "Fab/HwVplsMactConfig.h"
 #include "Fab/VplsPwIntfAdditionalDataMap.h"
 #include "MarlTunnel/MarlTrace.h"
+#include "MarlTunnel/ShowVplsDecapCliCallback.h"
 #include "Mpls/Api/LabelManagerStatus.h"
 #include "Mpls/LfibStatus.h"
 #include "Orb/IoctlDrvFab.h"
@@ -248,8 +249,11 @@ void VplsSmWrapper::initializeSms() {
       additionalDataMap, mactConfig, ioctlDrv, routingHwMplsCapability_, labelManagerStatus,
       entityManager_, cleanSlate));
 
-  // 16: the command socket.
-  agentSocketSmIs(kAgentSocketName);
+  // 16-17: the command socket, answering the show command.
+  auto const handler = agentSocketSmIs(kAgentSocketName);
+  handler->agentSocketCallbackIs(showVplsDecapCliCallbackFactory(
+      handler->name(), kShowCommand, hwVplsPwDecapConfig_, hwVplsPwConfig_, semShadow_, lifShadow_,
+      intfIdDisplayContext_));
   rollback.done = true;
 }
 

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string_view>
+
+#include "Fab/HwVplsPwConfig.h"
+#include "Fab/HwVplsPwDecapConfig.h"
+#include "Hardware/AradIhpLifTable.h"
+#include "Hardware/SemShadow.h"
+#include "Loom/Ptr.h"
+#include "Loom/String.h"
+#include "MarlTunnel/VplsDecapOutput.h"
+#include "Netcore/IntfIdDisplayContext.h"
+#include "Netcore/MplsLabel.h"
+#include "Orb/AgentSocketCallback.h"
+
+namespace Hardware::MarlTunnel {
+
+// Answers the "vplsDecap" command of the agent socket: reads what is programmed in the chip's
+// table shadows (the VPLS decap and MPLS decap exact-match tables and the in-LIF table), joins
+// each hardware entry with the configuration to find its pseudowire, instance and group, and
+// writes the answer text. The argument text is three words: instance, group and interface
+// short name filters, "None" for a filter that is not used. It only reads.
+//
+// Two process-wide maps (global in-LIF to pseudowire name, label to pseudowire name) are
+// added to on every command and never cleared, so that a hardware entry outlasting its
+// configuration is still attributed. Runs where the agent's socket handler calls it (the
+// scheduler thread); takes no locks.
+class ShowVplsDecapCliCallback : public Orb::AgentSocketCallback {
+ public:
+  static constexpr std::string_view typeName = "Hardware::MarlTunnel::ShowVplsDecapCliCallback";
+
+  ShowVplsDecapCliCallback(Loom::String const& handlerName, Loom::String const& command,
+                           Loom::Ptr<Fab::HwVplsPwDecapConfig const> hwVplsPwDecapConfig,
+                           Loom::Ptr<Fab::HwVplsPwConfig const> hwVplsPwConfig,
+                           Loom::Ptr<Marl::SemShadow const> semShadow,
+                           Loom::Ptr<Marl::AradIhpLifTable const> lifShadow,
+                           Loom::Ptr<Netcore::IntfIdDisplayContext const> intfIdDisplayContext);
+
+  static Loom::TypeData const& type();
+  Loom::TypeData const& typeData() const override { return type(); }
+
+  void handleCommand(std::uint32_t fd, Loom::String const& args) override;
+  void populateGlobalInLifToIntfMap();
+  void populateLabelToIntfMap();
+
+  // The entries the command would print for these filters.
+  VplsDecapEntryMap decapEntries(Loom::String const& instanceName, Loom::String const& groupName,
+                                 Loom::String const& interfaceName);
+
+  static std::map<std::uint32_t, Loom::String>& globalInLifToIntfMap();
+  static std::map<Netcore::MplsLabel, Loom::String>& labelToIntfMap();
+
+ private:
+  struct Filters {
+    Loom::String instanceName;
+    Loom::String groupName;
+    Loom::String interfaceName;
+  };
+  // Fills the entry of one hardware entry of a known pseudowire; false when filtered out.
+  bool fillEntry(Loom::String const& pwName, Filters const& filters, std::uint32_t lifIndex,
+                 Marl::AradIhpLifEntry const& lif, std::uint32_t innerDot1QTag,
+                 VplsDecapEntry& entry) const;
+  void walkVplsDecap(Filters const& filters, VplsDecapEntryMap& result) const;
+  void walkMplsDecap(Filters const& filters, VplsDecapEntryMap& result) const;
+
+  Loom::Ptr<Fab::HwVplsPwDecapConfig const> const hwVplsPwDecapConfig_;
+  Loom::Ptr<Fab::HwVplsPwConfig const> const hwVplsPwConfig_;
+  Loom::Ptr<Marl::SemShadow const> const semShadow_;
+  Loom::Ptr<Marl::AradIhpLifTable const> const lifShadow_;
+  Loom::Ptr<Netcore::IntfIdDisplayContext const> const intfIdDisplayContext_;
+};
+
+Loom::Ptr<ShowVplsDecapCliCallback> showVplsDecapCliCallbackFactory(
+    Loom::String const& handlerName, Loom::String const& command,
+    Loom::Ptr<Fab::HwVplsPwDecapConfig const> const& hwVplsPwDecapConfig,
+    Loom::Ptr<Fab::HwVplsPwConfig const> const& hwVplsPwConfig,
+    Loom::Ptr<Marl::SemShadow const> const& semShadow,
+    Loom::Ptr<Marl::AradIhpLifTable const> const& lifShadow,
+    Loom::Ptr<Netcore::IntfIdDisplayContext const> const& intfIdDisplayContext);
+
+}  // namespace Hardware::MarlTunnel
