@@ -16,6 +16,7 @@
 #include "Orb/TaskSchedulerRoot.h"
 #include "Statedb/EntityManager.h"
 #include "Statedb/SharedTableManager.h"
+#include "sim/ChipModel.h"
 
 namespace Sim {
 
@@ -98,6 +99,8 @@ class AgentHarness {
   AgentOptions options_;
   Orb::TaskSchedulerRoot* previousRoot_;
   Loom::Ptr<Hardware::MarlTunnel::VplsSmWrapper> wrapper_;
+  // Turns the decap requests into the chip shadows that the show command reads.
+  ChipModel chipModel_{mplsDecapConfig, semShadow, lifShadow};
 };
 
 }  // namespace Sim
