@@ -156,29 +156,37 @@ bool ShowVplsDecapCliCallback::fillEntry(Loom::String const& pwName, Filters con
   return true;
 }
 
-void ShowVplsDecapCliCallback::walkVplsDecap(Filters const& filters,
-                                             VplsDecapEntryMap& result) const {
+template <class Visit>
+void ShowVplsDecapCliCallback::forEachDecapEntry(Marl::SemShadow::Table table,
+                                                 Visit&& visit) const {
   if (!semShadow_ || !lifShadow_) {
     return;
   }
-  Marl::SemTableReader const reader(semShadow_, Marl::SemShadow::Table::vplsDecap);
-  for (Marl::SemExactMatchIterator it(*semShadow_, Marl::SemShadow::Table::vplsDecap); !it.done();
-       it.next()) {
+  // Only VPLS decap keys with a payload on the entry's first FAP.
+  Marl::SemTableReader const reader(semShadow_, table);
+  for (Marl::SemExactMatchIterator it(*semShadow_, table); !it.done(); it.next()) {
     auto const key = it.key();
     if (Marl::SemShadow::keyType(key) != kVplsDecapKeyType) {
       continue;
     }
     auto const payload = reader.payload(Marl::SemShadow::firstFap(it.fapMask()), key);
-    if (payload == Marl::SemShadow::kEmptyPayload) {
-      continue;
+    if (payload != Marl::SemShadow::kEmptyPayload) {
+      visit(key, payload);
     }
+  }
+}
+
+void ShowVplsDecapCliCallback::walkVplsDecap(Filters const& filters,
+                                             VplsDecapEntryMap& result) const {
+  forEachDecapEntry(Marl::SemShadow::Table::vplsDecap, [&](std::uint64_t key,
+                                                           std::uint64_t payload) {
     auto const globalInLif = keyGlobalInLif(key);
     // 0xfff is not a VLAN: the range error ends the command without an answer.
     Bridging::VlanIdOrNone const tag(keyVlan(key));
     auto const lifIndex = payloadLifIndex(payload);
     auto const lif = lifShadow_->lifEntry(lifIndex);
     if (!lif.isPseudowire()) {
-      continue;
+      return;
     }
     Loom::String pwName = kUnknownName;
     if (globalInLif != 0xFFFFFFFF) {
@@ -189,46 +197,34 @@ void ShowVplsDecapCliCallback::walkVplsDecap(Filters const& filters,
     }
     VplsDecapEntry entry;
     if (pwName == kUnknownName || !fillEntry(pwName, filters, lifIndex, lif, tag.value(), entry)) {
-      continue;
+      return;
     }
     Bridging::VlanIdOrNone const vlan(Marl::AradLifPweToP2p(lif).vlan());
     result[pwName][vlan] = entry;
-  }
+  });
 }
 
 void ShowVplsDecapCliCallback::walkMplsDecap(Filters const& filters,
                                              VplsDecapEntryMap& result) const {
-  if (!semShadow_ || !lifShadow_) {
-    return;
-  }
-  Marl::SemTableReader const reader(semShadow_, Marl::SemShadow::Table::mplsDecap);
-  for (Marl::SemExactMatchIterator it(*semShadow_, Marl::SemShadow::Table::mplsDecap); !it.done();
-       it.next()) {
-    auto const key = it.key();
-    if (Marl::SemShadow::keyType(key) != kVplsDecapKeyType) {
-      continue;
-    }
-    auto const payload = reader.payload(Marl::SemShadow::firstFap(it.fapMask()), key);
-    if (payload == Marl::SemShadow::kEmptyPayload) {
-      continue;
-    }
-    auto const lifIndex = payloadLifIndex(payload);
-    auto const lif = lifShadow_->lifEntry(lifIndex);
-    if (!lif.isPseudowire()) {
-      continue;
-    }
-    auto const& name = labelToIntfMap()[Netcore::MplsLabel(keyLabel(key))];
-    if (name.empty()) {
-      MARL_TRACE(kTraceNotable,
-                 "Entry present in shadow but missing from hwVplsPwDecapConfig->decapLabel");
-      continue;
-    }
-    VplsDecapEntry entry;
-    if (!fillEntry(name, filters, lifIndex, lif, 0, entry)) {
-      continue;
-    }
-    result[name][Bridging::VlanIdOrNone()] = entry;
-  }
+  forEachDecapEntry(
+      Marl::SemShadow::Table::mplsDecap, [&](std::uint64_t key, std::uint64_t payload) {
+        auto const lifIndex = payloadLifIndex(payload);
+        auto const lif = lifShadow_->lifEntry(lifIndex);
+        if (!lif.isPseudowire()) {
+          return;
+        }
+        auto const& name = labelToIntfMap()[Netcore::MplsLabel(keyLabel(key))];
+        if (name.empty()) {
+          MARL_TRACE(kTraceNotable,
+                     "Entry present in shadow but missing from hwVplsPwDecapConfig->decapLabel");
+          return;
+        }
+        VplsDecapEntry entry;
+        if (!fillEntry(name, filters, lifIndex, lif, 0, entry)) {
+          return;
+        }
+        result[name][Bridging::VlanIdOrNone()] = entry;
+      });
 }
 
 }  // namespace Hardware::MarlTunnel

@@ -62,6 +62,8 @@ class ShowVplsDecapCliCallback : public Orb::AgentSocketCallback {
   bool fillEntry(Loom::String const& pwName, Filters const& filters, std::uint32_t lifIndex,
                  Marl::AradIhpLifEntry const& lif, std::uint32_t innerDot1QTag,
                  VplsDecapEntry& entry) const;
+  template <class Visit>
+  void forEachDecapEntry(Marl::SemShadow::Table table, Visit&& visit) const;
   void walkVplsDecap(Filters const& filters, VplsDecapEntryMap& result) const;
   void walkMplsDecap(Filters const& filters, VplsDecapEntryMap& result) const;
 
