@@ -262,36 +262,6 @@ TEST(EntityDefaults, ResponseTableEmptyFollowsItsEntries) {
 
 // --- The set and the self-keyed collection -------------------------------------------------------
 
-TEST(EntitySet, OrientationRequestsNotifyTheirKey) {
-  struct Recorder : HM::LifProfileOrientationConfig::Reactor {
-    std::vector<HM::LifProfileOrientationKey> keys;
-    void onLpoRequest(HM::LifProfileOrientationKey const& k) override { keys.push_back(k); }
-  };
-  auto const config = HM::LifProfileOrientationConfig::LifProfileOrientationConfigIs();
-  Recorder recorder;
-  config->publisher().subscribe(recorder);
-  auto const a = lpoKey("a", 0, "g", pw(1));
-  auto const b = lpoKey("a", 0, "g", pw(2));
-
-  config->lpoRequestIs(b);
-  config->lpoRequestIs(a);
-  EXPECT_EQ(recorder.keys, (std::vector{b, a}));
-  EXPECT_TRUE(config->lpoRequestHas(a));
-  EXPECT_FALSE(config->lpoRequestHas(lpoKey("a", 0, "h", pw(1))));
-  EXPECT_EQ(std::vector(config->lpoRequest().begin(), config->lpoRequest().end()),
-            (std::vector{a, b}));
-
-  recorder.keys.clear();
-  config->lpoRequestDel(a);
-  config->lpoRequestDel(a);
-  EXPECT_EQ(recorder.keys, std::vector{a});
-  config->lpoRequestIs(a);
-  recorder.keys.clear();
-  config->lpoRequestDelAll();
-  EXPECT_EQ(recorder.keys, (std::vector{a, b}));
-  EXPECT_FALSE(config->lpoRequestHas(b));
-}
-
 TEST(EntitySet, EvecRequestIsFiledUnderItsOwnKey) {
   struct Recorder : HM::EvecProfileRequestDir::Reactor {
     std::vector<HM::EvecProfileKey> keys;
@@ -355,20 +325,6 @@ TEST(EntityScalar, EachVtepFlagNotifiesOnlyItsOwnHandler) {
     EXPECT_FALSE(((*status).*row.read)());
     EXPECT_EQ(recorder.events, (std::vector{row.name, row.name}));
   }
-}
-
-TEST(EntityScalar, StartupStageNotifiesEveryWrite) {
-  struct Recorder : HM::StartupStageStatus::Reactor {
-    int calls = 0;
-    void onVplsSmReady() override { ++calls; }
-  };
-  auto const status = HM::StartupStageStatus::StartupStageStatusIs();
-  Recorder recorder;
-  status->publisher().subscribe(recorder);
-  EXPECT_FALSE(status->vplsSmReady());
-  status->vplsSmReadyIs(true);
-  EXPECT_TRUE(status->vplsSmReady());
-  EXPECT_EQ(recorder.calls, 1);
 }
 
 // --- Registration --------------------------------------------------------------------------------
