@@ -1,7 +1,5 @@
 #include "sim/ScenarioRunner.h"
 
-#include <fcntl.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -20,7 +18,6 @@
 #include "MarlTunnel/detail/SplitHorizonToggleForTest.h"
 #include "Netcore/MplsLabel.h"
 #include "Orb/AgentSocketHandlerSm.h"
-#include "Orb/UniqueFd.h"
 #include "Statedb/SharedTableManager.h"
 
 namespace Sim {
@@ -35,54 +32,6 @@ std::filesystem::path makePrivateDir() {
                             "cannot create a private directory " + pattern);
   }
   return pattern;
-}
-
-// A buffer for one answer, as the command socket makes it: a memory file as large as the answer
-// limit and sealed at that size, so that a runaway answer fails its writes instead of growing.
-Orb::UniqueFd answerBuffer(std::size_t maxAnswerBytes) {
-  Orb::UniqueFd buffer(::memfd_create("vpls-decap-sim-answer", MFD_CLOEXEC | MFD_ALLOW_SEALING));
-  if (!buffer || ::ftruncate(buffer.get(), static_cast<off_t>(maxAnswerBytes)) != 0 ||
-      ::fcntl(buffer.get(), F_ADD_SEALS, F_SEAL_GROW | F_SEAL_SHRINK | F_SEAL_SEAL) != 0) {
-    throw std::system_error(errno, std::generic_category(), "cannot create an answer buffer");
-  }
-  return buffer;
-}
-
-void writeAll(int fd, std::string_view text) {
-  while (!text.empty()) {
-    auto const n = ::write(fd, text.data(), text.size());
-    if (n < 0 && errno == EINTR) {
-      continue;
-    }
-    if (n <= 0) {
-      return;
-    }
-    text.remove_prefix(static_cast<std::size_t>(n));
-  }
-}
-
-std::string readAnswer(int fd, std::size_t maxAnswerBytes) {
-  auto const size = ::lseek(fd, 0, SEEK_CUR);
-  if (size < 0) {
-    throw std::system_error(errno, std::generic_category(), "cannot size the answer");
-  }
-  if (static_cast<std::size_t>(size) >= maxAnswerBytes) {
-    return "error: answer too large\n";
-  }
-  std::string answer(static_cast<std::size_t>(size), '\0');
-  std::size_t done = 0;
-  while (done < answer.size()) {
-    auto const n =
-        ::pread(fd, answer.data() + done, answer.size() - done, static_cast<off_t>(done));
-    if (n < 0 && errno == EINTR) {
-      continue;
-    }
-    if (n <= 0) {
-      throw std::system_error(errno, std::generic_category(), "cannot read the answer");
-    }
-    done += static_cast<std::size_t>(n);
-  }
-  return answer;
 }
 
 }  // namespace
@@ -217,24 +166,7 @@ std::string ScenarioRunner::show(std::string const& args) {
   if (!socket) {
     throw std::runtime_error("the agent has no command socket");
   }
-  auto const callback = socket->agentSocketCallback(VplsSmWrapper::kShowCommand);
-  if (!callback) {
-    throw std::runtime_error(std::string("no '") + VplsSmWrapper::kShowCommand +
-                             "' command registered");
-  }
-  // As the socket handler runs a request: the answer goes to an in-memory buffer, and an
-  // exception of the callback is reported after what it wrote.
-  auto const maxAnswerBytes = socket->limits().maxAnswerBytes;
-  auto const buffer = answerBuffer(maxAnswerBytes);
-  std::string const command = VplsSmWrapper::kShowCommand;
-  try {
-    callback->handleCommand(static_cast<std::uint32_t>(buffer.get()), Loom::String(args));
-  } catch (std::exception const& e) {
-    writeAll(buffer.get(), "error: command '" + command + "' failed: " + e.what() + "\n");
-  } catch (...) {
-    writeAll(buffer.get(), "error: command '" + command + "' failed\n");
-  }
-  return readAnswer(buffer.get(), maxAnswerBytes);
+  return socket->answerText(VplsSmWrapper::kShowCommand, args);
 }
 
 void ScenarioRunner::write(Op const& op) {

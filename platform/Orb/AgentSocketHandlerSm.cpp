@@ -188,6 +188,22 @@ void writeAll(int fd, std::string_view text) noexcept {
   }
 }
 
+// Runs `callback` for one request, its answer going to `answerFd`. An exception of the
+// callback is reported in the answer after what the callback wrote.
+void runCallback(AgentSocketCallback& callback, std::string const& command, std::string_view args,
+                 int answerFd, std::string const& path) {
+  try {
+    callback.handleCommand(static_cast<std::uint32_t>(answerFd), Loom::String(args));
+  } catch (std::exception const& e) {
+    TRACE(orbFacility(), kOrbTraceError, "agent socket ", path, ": command ", command,
+          " failed: ", e.what());
+    writeAll(answerFd, "error: command '" + command + "' failed: " + e.what() + "\n");
+  } catch (...) {
+    TRACE(orbFacility(), kOrbTraceError, "agent socket ", path, ": command ", command, " failed");
+    writeAll(answerFd, "error: command '" + command + "' failed\n");
+  }
+}
+
 // Reads and drops what the client still sent, a bounded amount, so that closing the
 // connection ends it cleanly for a client that is done writing.
 void discardInput(int fd) noexcept {
@@ -296,6 +312,40 @@ Loom::Ptr<AgentSocketCallback> AgentSocketHandlerSm::agentSocketCallback(
     Loom::String const& command) const {
   auto const it = callbacks_.find(command);
   return it == callbacks_.end() ? nullptr : it->second;
+}
+
+std::string AgentSocketHandlerSm::answerText(std::string_view command,
+                                             std::string_view args) const {
+  auto const found = callbacks_.find(Loom::String(command));
+  if (found == callbacks_.end()) {
+    return "error: unknown command '" + shownCommand(command) + "'\n";
+  }
+  UniqueFd const answer = answerBuffer(limits_.maxAnswerBytes);
+  if (!answer) {
+    return "error: cannot buffer the answer\n";
+  }
+  runCallback(*found->second, std::string(command), args, answer.get(), socketPath());
+  auto const size = ::lseek(answer.get(), 0, SEEK_CUR);
+  if (size < 0) {
+    return "error: cannot read the answer\n";
+  }
+  if (static_cast<std::size_t>(size) >= limits_.maxAnswerBytes) {
+    return "error: answer too large\n";
+  }
+  std::string text(static_cast<std::size_t>(size), '\0');
+  std::size_t done = 0;
+  while (done < text.size()) {
+    auto const got = ::pread(answer.get(), text.data() + done, text.size() - done,
+                             static_cast<off_t>(done));
+    if (got < 0 && errno == EINTR) {
+      continue;
+    }
+    if (got <= 0) {
+      return "error: cannot read the answer\n";
+    }
+    done += static_cast<std::size_t>(got);
+  }
+  return text;
 }
 
 void AgentSocketHandlerSm::limitsIs(Limits const& limits) {
@@ -546,20 +596,9 @@ void AgentSocketHandlerSm::dispatch(Connection& connection, std::string_view lin
   }
 
   std::uint64_t const id = connection.id;
-  Loom::Ptr<AgentSocketCallback> const callback = found->second;
   TRACE(orbFacility(), kOrbTraceDetail, "agent socket ", boundPath_, ": connection ", id,
         " command ", command);
-  try {
-    callback->handleCommand(static_cast<std::uint32_t>(answer.get()), Loom::String(args));
-  } catch (std::exception const& e) {
-    TRACE(orbFacility(), kOrbTraceError, "agent socket ", boundPath_, ": command ", command,
-          " failed: ", e.what());
-    writeAll(answer.get(), "error: command '" + command + "' failed: " + e.what() + "\n");
-  } catch (...) {
-    TRACE(orbFacility(), kOrbTraceError, "agent socket ", boundPath_, ": command ", command,
-          " failed");
-    writeAll(answer.get(), "error: command '" + command + "' failed\n");
-  }
+  runCallback(*found->second, command, args, answer.get(), boundPath_);
 
   // The callback may have switched the handler off, which closed every connection.
   auto const still = connections_.find(id);

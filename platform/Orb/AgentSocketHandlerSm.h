@@ -99,6 +99,11 @@ class AgentSocketHandlerSm : public Loom::Node {
   // The callback of `command`, null when there is none.
   Loom::Ptr<AgentSocketCallback> agentSocketCallback(Loom::String const& command) const;
 
+  // Runs one request line's command and argument text exactly as a connection would and
+  // returns the whole answer: what the callback wrote, or the "error: ..." line a client would
+  // get (unknown command, failed callback, answer at the limit). Works while inactive too.
+  std::string answerText(std::string_view command, std::string_view args) const;
+
   Limits const& limits() const noexcept { return limits_; }
   void limitsIs(Limits const& limits);
 

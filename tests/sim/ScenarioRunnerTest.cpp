@@ -242,24 +242,6 @@ TEST(ScenarioRunner, RecordsLogMessagesWithTheirArgumentTexts) {
                 R"({"id": "MARL_VPLS_SPLIT_HORIZON_REDUCED_WITH_VXLAN", "args": ["g", "v"]})"));
 }
 
-TEST(ScenarioRunner, AShowWithoutARegisteredCommandFailsClearly) {
-  ScenarioRunner runner(parseScenario(R"({"events": [{"op": "show", "args": "None None None"}]})"));
-  runner.start();
-  if (runner.harness().wrapper().agentSocketSm()->agentSocketCallback("vplsDecap")) {
-    GTEST_SKIP() << "the show command is registered; its tests cover the show op";
-  }
-  EXPECT_THROW(
-      {
-        try {
-          runner.apply(runner.scenario().events[0]);
-        } catch (std::runtime_error const& e) {
-          EXPECT_STREQ(e.what(), "no 'vplsDecap' command registered");
-          throw;
-        }
-      },
-      std::runtime_error);
-}
-
 TEST(ScenarioRunner, RestartBuildsANewAgentOverTheSameState) {
   ScenarioRunner runner(parseScenario(
       events(fullPw(1, kGroup) + R"(, {"op": "set", "table": "startupSyncDone", "value": true},

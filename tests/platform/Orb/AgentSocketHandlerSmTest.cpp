@@ -291,6 +291,30 @@ TEST_F(OrbAgentSocket, AnswerAtTheLimitIsRefusedAndARunawayWriterStopped) {
   EXPECT_EQ(writes[1], -1);
 }
 
+TEST_F(OrbAgentSocket, AnswerTextIsWhatAClientWouldReceive) {
+  handler->agentSocketCallbackIs(
+      Loom::make<TestCommand>(kHandler, "boom", [](std::uint32_t fd, auto const& args) {
+        TestCommand::writeText(fd, args.str() + "\n");
+        throw std::runtime_error("late");
+      }));
+  struct Case {
+    std::string command;
+    std::string args;
+  };
+  std::vector<Case> const cases = {{"echo", "a  b"}, {"echo", ""}, {"boom", "x"}, {"nope", "y"}};
+  std::vector<std::string> inactive;
+  for (auto const& c : cases) {
+    inactive.push_back(handler->answerText(c.command, c.args));
+  }
+  EXPECT_EQ(inactive[0], "a  b\n");
+  EXPECT_EQ(inactive[2], "x\nerror: command 'boom' failed: late\n");
+  EXPECT_EQ(inactive[3], "error: unknown command 'nope'\n");
+  activate();
+  for (std::size_t i = 0; i < cases.size(); ++i) {
+    EXPECT_EQ(exchange(cases[i].command + " " + cases[i].args + "\n"), inactive[i]) << i;
+  }
+}
+
 // --- Clients that do not play along ------------------------------------------------------
 
 TEST_F(OrbAgentSocket, SilentClientIsClosedAfterTheRequestTimeout) {
