@@ -64,6 +64,13 @@ std::string shown(Json const& value) {
   return text;
 }
 
+// A name or word from the file as a message shows it: with JSON's escapes for control
+// characters, quotes and backslashes, so that the message stays one line.
+std::string printable(std::string const& text) {
+  std::string const quoted = Json(text).dump(-1, ' ', false, Json::error_handler_t::replace);
+  return quoted.substr(1, quoted.size() - 2);
+}
+
 std::string kindOf(Json const& value) {
   switch (value.type()) {
     case Json::value_t::null:
@@ -111,7 +118,7 @@ void requireKnownFields(Json const& object, std::string const& where, Names cons
       known = known || field == name;
     }
     if (!known) {
-      fail(member(where, field),
+      fail(member(where, printable(field)),
            "unknown field in " + what + " (allowed: " + joined(allowed) + ")");
     }
   }
@@ -246,7 +253,8 @@ OpKind opKind(Json const& op, std::string const& where) {
       return kind;
     }
   }
-  fail(member(where, "op"), "unknown op \"" + name + "\" (expected set, del, show or restart)");
+  fail(member(where, "op"),
+       "unknown op \"" + printable(name) + "\" (expected set, del, show or restart)");
 }
 
 Table table(Json const& op, std::string const& where) {
@@ -261,7 +269,8 @@ Table table(Json const& op, std::string const& where) {
   for (auto const& entry : kTables) {
     names.push_back(entry.name);
   }
-  fail(member(where, "table"), "unknown table \"" + name + "\" (expected " + joined(names) + ")");
+  fail(member(where, "table"),
+       "unknown table \"" + printable(name) + "\" (expected " + joined(names) + ")");
 }
 
 void readSetOrDel(Json const& json, std::string const& where, Op& op) {
@@ -353,7 +362,7 @@ std::map<std::string, bool> readToggles(Json const& value) {
       isKnown = isKnown || name == k;
     }
     if (!isKnown) {
-      fail("toggles." + name, "unknown toggle (known: " + joined(known) + ")");
+      fail("toggles." + printable(name), "unknown toggle (known: " + joined(known) + ")");
     }
     toggles[name] = boolean(state, "toggles." + name);
   }
@@ -387,7 +396,8 @@ Json parseJson(std::string_view text) {
     fail("", "invalid JSON: " + message);
   }
   if (duplicate) {
-    fail("", "invalid scenario: the key \"" + *duplicate + "\" appears twice in one object");
+    fail("",
+         "invalid scenario: the key \"" + printable(*duplicate) + "\" appears twice in one object");
   }
   return json;
 }
@@ -483,7 +493,8 @@ Scenario parseScenario(std::string_view text) {
       known = known || key == name;
     }
     if (!known) {
-      fail("", "unknown top-level key \"" + key + "\" (allowed: " + joined(kTopLevelKeys) + ")");
+      fail("", "unknown top-level key \"" + printable(key) +
+                   "\" (allowed: " + joined(kTopLevelKeys) + ")");
     }
   }
   Scenario scenario;

@@ -48,6 +48,14 @@ INSTANTIATE_TEST_SUITE_P(
         BadScenario{"UnknownTopLevelKey", R"({"evnts": []})",
                     "unknown top-level key \"evnts\" (allowed: comment, cleanSlate, toggles, "
                     "meshGroups, before, events)"},
+        // Names from the file keep the message on one line.
+        BadScenario{"UnknownKeyWithNewline", R"({"a\nb\u0001\"": 1})",
+                    "unknown top-level key \"a\\nb\\u0001\\\"\" (allowed: comment, cleanSlate, "
+                    "toggles, meshGroups, before, events)"},
+        BadScenario{"UnknownOpFieldWithTab", R"(EVENT:{"op": "restart", "x\ty": 1})",
+                    "events[1].x\\ty: unknown field in a restart op (allowed: op, comment)"},
+        BadScenario{"UnknownOpWithNewline", R"(EVENT:{"op": "set\n"})",
+                    "events[1].op: unknown op \"set\\n\" (expected set, del, show or restart)"},
         BadScenario{"MeshGroupsOutOfRange", R"({"meshGroups": 5})",
                     "meshGroups: 5 is out of range 1..4"},
         BadScenario{"MeshGroupsNotANumber", R"({"meshGroups": "4"})",
