@@ -335,8 +335,8 @@ std::string AgentSocketHandlerSm::answerText(std::string_view command,
   std::string text(static_cast<std::size_t>(size), '\0');
   std::size_t done = 0;
   while (done < text.size()) {
-    auto const got = ::pread(answer.get(), text.data() + done, text.size() - done,
-                             static_cast<off_t>(done));
+    auto const got =
+        ::pread(answer.get(), text.data() + done, text.size() - done, static_cast<off_t>(done));
     if (got < 0 && errno == EINTR) {
       continue;
     }
@@ -437,6 +437,7 @@ void AgentSocketHandlerSm::activate() {
 }
 
 void AgentSocketHandlerSm::deactivate() noexcept {
+  waitingForRoom_ = false;
   while (!connections_.empty()) {
     closeConnection(connections_.begin()->first);
   }
@@ -475,8 +476,21 @@ void AgentSocketHandlerSm::pauseAccepting() {
   });
 }
 
+void AgentSocketHandlerSm::waitForRoom() {
+  // Further clients stay queued in the listen backlog, their requests buffered by the kernel,
+  // and are accepted as connections close: a burst is served in turn, not turned away.
+  TRACE(orbFacility(), kOrbTraceClient, "agent socket ", boundPath_, ": ", connections_.size(),
+        " connections open, the next wait");
+  scheduler_->fdHandlerDel(listener_.get());
+  waitingForRoom_ = true;
+}
+
 void AgentSocketHandlerSm::onListenerReady() {
   for (int i = 0; i < kMaxAcceptsPerRound; ++i) {
+    if (connections_.size() >= limits_.maxConnections) {
+      waitForRoom();
+      return;
+    }
     int const fd = ::accept4(listener_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (fd < 0) {
       int const error = errno;
@@ -492,14 +506,6 @@ void AgentSocketHandlerSm::onListenerReady() {
       return;
     }
     UniqueFd socket(fd);
-    if (connections_.size() >= limits_.maxConnections) {
-      TRACE(orbFacility(), kOrbTraceClient, "agent socket ", boundPath_, ": ", connections_.size(),
-            " connections open, refusing another");
-      static constexpr std::string_view kBusy = "error: too many connections\n";
-      [[maybe_unused]] auto const n =
-          ::send(fd, kBusy.data(), kBusy.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-      continue;
-    }
     auto connection = std::make_unique<Connection>();
     auto const id = nextConnectionId_++;
     connection->id = id;
@@ -718,6 +724,10 @@ void AgentSocketHandlerSm::closeConnection(std::uint64_t id) noexcept {
   scheduler_->fdHandlerDel(connection.socket.get());
   scheduler_->timerDel(connection.timer);
   connections_.erase(it);  // closes the socket and the answer buffer, once
+  if (waitingForRoom_ && connections_.size() < limits_.maxConnections) {
+    waitingForRoom_ = false;
+    scheduler_->fdHandlerIs(listener_.get(), POLLIN, [this](short) { onListenerReady(); });
+  }
 }
 
 namespace {

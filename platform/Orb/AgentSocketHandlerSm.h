@@ -30,9 +30,9 @@ namespace Orb {
 // command's callback, sends what it wrote, and closes the connection. Anything else gets one
 // line "error: ...\n" (best effort) and a closed connection: an empty line, an unknown command,
 // a line longer than the request limit, a connection that ends before its newline, a request
-// not complete within the request timeout, more connections than the connection limit, an
-// answer that reaches the answer limit. A client that stops reading for the stall timeout, or
-// that goes away, is dropped.
+// not complete within the request timeout, an answer that reaches the answer limit. A client
+// that stops reading for the stall timeout, or that goes away, is dropped. Clients beyond the
+// connection limit wait in the listen backlog and are accepted as connections close.
 //
 // Nothing blocks the agent: the socket and every connection are non-blocking; a callback
 // writes into an in-memory buffer (a sealed memfd as large as the answer limit, so that a
@@ -116,6 +116,7 @@ class AgentSocketHandlerSm : public Loom::Node {
   void activate();
   void deactivate() noexcept;
   void pauseAccepting();
+  void waitForRoom();
   void onListenerReady();
   void onConnectionReady(std::uint64_t id);
   void readRequest(Connection& connection);
@@ -137,6 +138,7 @@ class AgentSocketHandlerSm : public Loom::Node {
   dev_t boundDev_ = 0;
   ino_t boundIno_ = 0;
   TaskSchedulerRoot::TimerId acceptRetryTimer_ = 0;
+  bool waitingForRoom_ = false;  // at the connection limit: the listener is not watched
   std::map<std::uint64_t, std::unique_ptr<Connection>> connections_;
   std::uint64_t nextConnectionId_ = 1;
   std::vector<char> scratch_;
