@@ -44,8 +44,8 @@ std::vector<std::string> outputDiff(Json const& before, Json const& after) {
   for (auto const& [table, keyFields] : kOutputs) {
     std::map<std::string, Json> was;
     std::map<std::string, Json> is;
-    auto const index = [&, keyFields = keyFields](Json const& state,
-                                                  std::map<std::string, Json>& into) {
+    auto const index = [&, table = table, keyFields = keyFields](
+                           Json const& state, std::map<std::string, Json>& into) {
       if (keyFields == 0) {
         for (auto const& [name, value] : state[table].items()) {
           into[name] = value;
