@@ -2,13 +2,12 @@
 // connection to the agent of ShowAgent (programmed pseudowires, the show command registered by
 // the wrapper); the client then ends its side and reads the answer to the end.
 //
-// Properties: the connection is answered and closed, and no connection or handler stays
-// behind; the answer is the one the protocol (Orb/AgentSocketHandlerSm.h) gives for the bytes:
-// the refusals for a request without newline, an over-long and an empty line, else the answer
-// of the first line's command and argument text as answerText gives it, which for the show
+// Properties: the connection is answered and closed, and no connection, descriptor handler or
+// timer stays behind; the answer is the one the protocol (Orb/AgentSocketHandlerSm.h) gives for the
+// bytes: the refusals for a request without newline, an over-long and an empty line, else the
+// answer of the first line's command and argument text as answerText gives it, which for the show
 // command is the filtered table ShowAgent expects.
 
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
@@ -122,9 +121,15 @@ std::string exchange(std::string_view bytes) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+  // What the agent's loop watches while no client is connected, taken before the first one.
+  static std::size_t const idleHandlers = agent().scheduler().fdHandlerCount();
+  static std::size_t const idleTimers = agent().scheduler().timerCount();
   std::string_view const sent(reinterpret_cast<char const*>(data), size);
   auto const answer = exchange(sent);
   Fuzz::require(answer == expectedAnswer(sent), "the connection got another answer: " + answer);
   Fuzz::require(agent().socket().connectionCount() == 0, "a connection stayed open");
+  Fuzz::require(agent().scheduler().fdHandlerCount() == idleHandlers &&
+                    agent().scheduler().timerCount() == idleTimers,
+                "a served connection left a handler or a timer behind");
   return 0;
 }
