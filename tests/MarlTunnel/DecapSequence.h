@@ -7,7 +7,7 @@
 namespace Hardware::MarlTunnel::test {
 
 // Where a sequence's choices come from: a seeded generator (the randomized test) or the bytes
-// of a fuzz input (fuzz/decap_sequence_fuzzer.cpp). Every choice, which step to take and its
+// of a fuzz input (fuzz/DecapSequenceFuzzer.cpp). Every choice, which step to take and its
 // values, is one call of below().
 class SequenceChoices {
  public:
