@@ -45,6 +45,7 @@ AgentHarness::AgentHarness(AgentOptions options)
       previousRoot_(Orb::TaskSchedulerRoot::root()) {
   Orb::TaskSchedulerRoot::rootIs(scheduler.get());
   publishStateDb();
+  chipModelIs(options_.chipModel);
 }
 
 AgentHarness::~AgentHarness() {
@@ -97,6 +98,15 @@ void AgentHarness::restart() {
 
 MarlVplsPwIntfDecapSm& AgentHarness::decapSm() const {
   return *wrapper_->marlVplsPwIntfDecapSm();
+}
+
+void AgentHarness::chipModelIs(bool on) {
+  if (!on && chipModel_) {
+    chipModel_->removeAll();
+    chipModel_.reset();
+  } else if (on && !chipModel_) {
+    chipModel_ = std::make_unique<ChipModel>(mplsDecapConfig, semShadow, lifShadow);
+  }
 }
 
 Loom::Ptr<Fab::HwVplsPwDecapStatus> AgentHarness::hwVplsPwDecapStatus() const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "Fab/HwVplsPwConfig.h"
@@ -27,6 +28,10 @@ struct AgentOptions {
   // Entries in the shared HW FEC id response table at start: non-zero makes the agent start
   // with clean slate false, as after an agent restart.
   std::uint32_t hwFecIdResponses = 0;
+  // Whether the chip model turns decap requests into the table shadows from the start. Without
+  // it the requests stay requests, as in an agent whose chip programming runs elsewhere; its
+  // in-LIF table holds 131071 rows, fewer than the decap entries of the largest configurations.
+  bool chipModel = true;
 };
 
 // Builds and runs the tunnel agent's VPLS side the way the agent does: it owns the state store
@@ -53,6 +58,11 @@ class AgentHarness {
   AgentOptions const& options() const noexcept { return options_; }
   Hardware::MarlTunnel::VplsSmWrapper& wrapper() const { return *wrapper_; }
   Hardware::MarlTunnel::MarlVplsPwIntfDecapSm& decapSm() const;
+
+  // Attaches the chip model, which installs every request present, or detaches it, which takes
+  // what it installed out of the shadows again.
+  void chipModelIs(bool on);
+  bool chipModel() const noexcept { return static_cast<bool>(chipModel_); }
 
   // The state store.
   Loom::Ptr<Statedb::EntityManager> const entityManager;
@@ -99,8 +109,9 @@ class AgentHarness {
   AgentOptions options_;
   Orb::TaskSchedulerRoot* previousRoot_;
   Loom::Ptr<Hardware::MarlTunnel::VplsSmWrapper> wrapper_;
-  // Turns the decap requests into the chip shadows that the show command reads.
-  ChipModel chipModel_{mplsDecapConfig, semShadow, lifShadow};
+  // Turns the decap requests into the chip shadows that the show command reads; null while
+  // detached.
+  std::unique_ptr<ChipModel> chipModel_;
 };
 
 }  // namespace Sim

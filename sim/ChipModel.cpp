@@ -21,6 +21,12 @@ ChipModel::~ChipModel() {
   requests_->publisher().unsubscribe(reactor_);
 }
 
+void ChipModel::removeAll() {
+  while (!installed_.empty()) {
+    remove(installed_.begin()->first);
+  }
+}
+
 void ChipModel::Reactor::onConfig(MplsDecapInfoKey const& key) {
   // An overwrite re-installs; the LIF index is handed out again.
   model_.remove(key);

@@ -33,6 +33,9 @@ class ChipModel {
   ChipModel(ChipModel const&) = delete;
   ChipModel& operator=(ChipModel const&) = delete;
 
+  // Takes every entry it installed out of the shadows and frees their LIF indexes.
+  void removeAll();
+
   static constexpr std::uint64_t kDecapKeyType = 13;
 
  private:

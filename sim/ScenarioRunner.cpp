@@ -19,25 +19,17 @@
 #include "Netcore/MplsLabel.h"
 #include "Orb/AgentSocketHandlerSm.h"
 #include "Statedb/SharedTableManager.h"
+#include "sim/PrivateDir.h"
 
 namespace Sim {
 namespace {
 
 constexpr char kToggleFile[] = "MarlTunnel.json";
 
-std::filesystem::path makePrivateDir() {
-  std::string pattern = (std::filesystem::temp_directory_path() / "vpls-decap-sim.XXXXXX").string();
-  if (::mkdtemp(pattern.data()) == nullptr) {
-    throw std::system_error(errno, std::generic_category(),
-                            "cannot create a private directory " + pattern);
-  }
-  return pattern;
-}
-
 }  // namespace
 
 ScenarioRunner::ScenarioRunner(Scenario scenario, Options options)
-    : scenario_(std::move(scenario)), privateDir_(makePrivateDir()) {
+    : scenario_(std::move(scenario)), privateDir_(makePrivateDir("vpls-decap-sim")) {
   try {
     toggleDir_ = privateDir_ / "toggles";
     std::filesystem::create_directory(toggleDir_);

@@ -1,0 +1,206 @@
+#include "bench/scale/CaseChild.h"
+
+#include <sys/mman.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <stdexcept>
+#include <string_view>
+
+#include "Hardware/Orientation.h"
+#include "MarlTunnel/VplsSmWrapper.h"
+#include "Orb/UniqueFd.h"
+#include "Statedb/SharedTableManager.h"
+#include "bench/scale/BenchEnvironment.h"
+#include "bench/scale/OutputFloor.h"
+#include "bench/scale/PseudowireMix.h"
+#include "bench/scale/ScaleCase.h"
+
+namespace Bench {
+namespace {
+
+constexpr char kShowArgs[] = "None None None";
+// Every pseudowire and VLAN of the answer has exactly one of these.
+constexpr std::string_view kAnswerEntryMark = "'lifIndex'";
+
+// The CPU time of this thread, user and system: the agent's own work, whatever else the
+// machine runs at the same time.
+double threadSeconds() {
+  timespec now{};
+  ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+template <class Work>
+Timing timed(Work&& work) {
+  auto const wallStart = std::chrono::steady_clock::now();
+  auto const start = threadSeconds();
+  work();
+  return Timing{
+      threadSeconds() - start,
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - wallStart).count()};
+}
+
+void expect(bool ok, PseudowireMix const& mix, std::string const& what) {
+  if (!ok) {
+    throw std::runtime_error(std::to_string(mix.pseudowires()) + " x " +
+                             std::to_string(mix.vlans()) + ": " + what);
+  }
+}
+
+// A fresh agent over wiped shared tables, without the chip model (see AgentOptions).
+std::unique_ptr<Sim::AgentHarness> freshAgent() {
+  Statedb::SharedTableManager::resetAllForTest();
+  Sim::AgentOptions options;
+  options.chipModel = false;
+  return std::make_unique<Sim::AgentHarness>(options);
+}
+
+void checkProgrammed(Sim::AgentHarness const& agent, PseudowireMix const& mix) {
+  auto const perVlan = std::uint64_t{mix.activePseudowires()} * mix.vlans();
+  expect(agent.hwVplsPwDecapStatus()->decapStatus().size() == perVlan, mix,
+         "not every pseudowire and VLAN is programmed");
+  for (auto const& [key, answer] : agent.lifProfileOrientationStatus->lpoResponse()) {
+    expect(answer.orientation() != Hardware::MarlTunnel::Orientation::orientationAllocFailed, mix,
+           "orientation allocation failed for " + key.toStrep());
+  }
+}
+
+void checkEmpty(Sim::AgentHarness const& agent, PseudowireMix const& mix) {
+  auto const left = [&](char const* what, std::size_t size) {
+    expect(size == 0, mix, std::to_string(size) + " " + what + " left after teardown");
+  };
+  left("decap entries", agent.mplsDecapConfig->config().size());
+  left("decap statuses", agent.hwVplsPwDecapStatus()->decapStatus().size());
+  left("ESEM entries", agent.esemConfigVpls->esemConfig().size());
+  left("label mappings", agent.decapLabelToPwIntfColl->labelToPwIntf().size());
+  left("orientation requests", agent.lifProfileOrientationConfig->lpoRequest().size());
+  left("additional data", agent.vplsPwIntfAdditionalDataMap->additionalDataMap().size());
+  left("additional ids", agent.hwVplsPwStatus->encapAdditionalId().size());
+  // Nothing clears a record's standby flag, so the record of a standby pseudowire stays, empty.
+  std::size_t records = 0;
+  for (auto const& [pwIntfId, record] : agent.decapSm().localPwInfo()) {
+    records += record->standby() && record->vplsInstanceName().empty() ? 0 : 1;
+  }
+  left("pseudowire records", records);
+}
+
+std::uint64_t decapShadowEntries(Sim::AgentHarness const& agent) {
+  using Table = Hardware::Marl::SemShadow::Table;
+  return agent.semShadow->entries(Table::vplsDecap).size() +
+         agent.semShadow->entries(Table::mplsDecap).size();
+}
+
+std::uint64_t answerEntries(std::string const& answer) {
+  std::uint64_t count = 0;
+  for (auto at = answer.find(kAnswerEntryMark); at != std::string::npos;
+       at = answer.find(kAnswerEntryMark, at + kAnswerEntryMark.size())) {
+    ++count;
+  }
+  return count;
+}
+
+// The bytes of an answer written into an in-memory file and read back.
+Timing answerFloor(std::string const& answer) {
+  std::string copy(answer.size(), '\0');
+  auto const timing = timed([&] {
+    Orb::UniqueFd const fd(::memfd_create("answer", MFD_CLOEXEC));
+    std::size_t done = 0;
+    while (done < answer.size()) {
+      auto const n = ::write(fd.get(), answer.data() + done, answer.size() - done);
+      if (n <= 0) {
+        throw std::runtime_error("cannot write the answer floor's file");
+      }
+      done += static_cast<std::size_t>(n);
+    }
+    for (done = 0; done < copy.size();) {
+      auto const n =
+          ::pread(fd.get(), copy.data() + done, copy.size() - done, static_cast<off_t>(done));
+      if (n <= 0) {
+        throw std::runtime_error("cannot read the answer floor's file");
+      }
+      done += static_cast<std::size_t>(n);
+    }
+  });
+  if (copy != answer) {
+    throw std::runtime_error("the answer floor read back other bytes");
+  }
+  return timing;
+}
+
+void print(char const* name, Timing const& timing, Timing const& floor, std::uint64_t bytes = 0) {
+  std::printf("%s %.9f %.9f %.9f %llu\n", name, timing.seconds, timing.wallSeconds, floor.seconds,
+              static_cast<unsigned long long>(bytes));
+}
+
+void showCase(Sim::AgentHarness& agent, PseudowireMix const& mix) {
+  try {
+    agent.chipModelIs(true);
+  } catch (std::length_error const& e) {
+    std::printf(
+        "skipped show %s: the chip's in-LIF table holds fewer rows than the %zu decap "
+        "entries\n",
+        e.what(), agent.mplsDecapConfig->config().size());
+    return;
+  }
+  auto const socket = agent.wrapper().agentSocketSm();
+  std::string answer;
+  auto const timing = timed([&] {
+    answer = socket->answerText(Hardware::MarlTunnel::VplsSmWrapper::kShowCommand, kShowArgs);
+  });
+  expect(answerEntries(answer) == decapShadowEntries(agent), mix,
+         "the show answer does not list every entry: " + answer.substr(0, 200));
+  print("show", timing, answerFloor(answer), answer.size());
+  agent.chipModelIs(false);
+}
+
+void programPart(PseudowireMix const& mix) {
+  auto const agent = freshAgent();
+  agent->start();
+  auto const program = timed([&] { mix.addAll(*agent); });
+  checkProgrammed(*agent, mix);
+
+  OutputFloor floor(*agent);
+  auto const write = timed([&] { floor.write(); });
+  auto const erase = timed([&] { floor.erase(); });
+  print("program", program, write);
+  print("startup-floor", write, write);
+
+  showCase(*agent, mix);
+
+  auto const teardown = timed([&] { mix.removeAll(*agent); });
+  checkEmpty(*agent, mix);
+  print("teardown", teardown, erase);
+}
+
+void startupPart(PseudowireMix const& mix) {
+  auto const agent = freshAgent();
+  mix.addAll(*agent);
+  auto const startup = timed([&] { agent->start(); });
+  checkProgrammed(*agent, mix);
+  print("startup", startup, Timing{});
+}
+
+}  // namespace
+
+int runCaseChild(std::string const& part, std::uint32_t pseudowires, std::uint32_t vlans) {
+  PseudowireMix const mix(pseudowires, vlans);
+  BenchEnvironment const environment;
+  if (part == "program") {
+    programPart(mix);
+  } else if (part == "startup") {
+    startupPart(mix);
+  } else {
+    throw std::invalid_argument("no case part '" + part + "'");
+  }
+  if (environment.logMessages() != 0) {
+    throw std::runtime_error("the agent wrote " + std::to_string(environment.logMessages()) +
+                             " log messages: the mix does not program cleanly");
+  }
+  return 0;
+}
+
+}  // namespace Bench

@@ -1,0 +1,127 @@
+#include "bench/scale/OutputFloor.h"
+
+#include <utility>
+
+namespace Bench {
+namespace {
+
+using namespace Hardware::MarlTunnel;
+
+// `Entity`'s rows, written by `Write(entity, row)` and erased by `Erase(entity, row)`.
+template <class Entity, class Row, class Write, class Erase>
+class Rows final : public OutputFloor::Table {
+ public:
+  Rows(std::vector<Row> rows, Write write, Erase erase)
+      : rows_(std::move(rows)), write_(write), erase_(erase) {}
+
+  std::size_t rows() const noexcept override { return rows_.size(); }
+  void write() override {
+    for (auto const& row : rows_) {
+      write_(*entity_, row);
+    }
+  }
+  void erase() override {
+    for (auto const& row : rows_) {
+      erase_(*entity_, row);
+    }
+  }
+
+ private:
+  std::vector<Row> rows_;
+  Write write_;
+  Erase erase_;
+  Loom::Ptr<Entity> entity_ = Loom::make<Entity>();
+};
+
+// The rows of a collection (key and value) or of a set (key).
+template <class Collection>
+auto rowsOf(Collection const& collection) {
+  using Row = std::remove_cvref_t<decltype(*collection.begin())>;
+  std::vector<std::conditional_t<
+      std::is_const_v<typename Row::first_type>,
+      std::pair<std::remove_const_t<typename Row::first_type>, typename Row::second_type>, Row>>
+      rows;
+  for (auto const& row : collection) {
+    rows.emplace_back(row);
+  }
+  return rows;
+}
+
+template <class Entity, class Row, class Write, class Erase>
+std::unique_ptr<OutputFloor::Table> table(std::vector<Row> rows, Write write, Erase erase) {
+  return std::make_unique<Rows<Entity, Row, Write, Erase>>(std::move(rows), write, erase);
+}
+
+}  // namespace
+
+OutputFloor::OutputFloor(Sim::AgentHarness const& harness) {
+  auto& h = harness;
+  tables_.push_back(table<MplsDecapConfig>(
+      rowsOf(h.mplsDecapConfig->config()),
+      [](auto& e, auto const& r) { e.configIs(r.first, r.second); },
+      [](auto& e, auto const& r) { e.configDel(r.first); }));
+  tables_.push_back(table<Fab::HwVplsPwDecapStatus>(
+      rowsOf(h.hwVplsPwDecapStatus()->decapStatus()),
+      [](auto& e, auto const& r) { e.decapStatusIs(r.first, r.second); },
+      [](auto& e, auto const& r) { e.decapStatusDel(r.first); }));
+  tables_.push_back(table<EsemConfigVpls>(
+      rowsOf(h.esemConfigVpls->esemConfig()),
+      [](auto& e, auto const& r) { e.esemConfigIs(r.first, r.second); },
+      [](auto& e, auto const& r) { e.esemConfigDel(r.first); }));
+  tables_.push_back(table<Fab::LabelToPwIntfId>(
+      rowsOf(h.decapLabelToPwIntfColl->labelToPwIntf()),
+      [](auto& e, auto const& r) { e.labelToPwIntfIs(r.first, r.second); },
+      [](auto& e, auto const& r) { e.labelToPwIntfDel(r.first); }));
+  auto const& requests = h.lifProfileOrientationConfig->lpoRequest();
+  tables_.push_back(table<LifProfileOrientationConfig>(
+      std::vector<LifProfileOrientationKey>(requests.begin(), requests.end()),
+      [](auto& e, auto const& key) { e.lpoRequestIs(key); },
+      [](auto& e, auto const& key) { e.lpoRequestDel(key); }));
+  tables_.push_back(table<LifProfileOrientationStatus>(
+      rowsOf(h.lifProfileOrientationStatus->lpoResponse()),
+      [](auto& e, auto const& r) { e.lpoResponseIs(r.first, r.second); },
+      [](auto& e, auto const& r) { e.lpoResponseDel(r.first); }));
+  tables_.push_back(table<Fab::VplsPwIntfAdditionalDataMap>(
+      rowsOf(h.vplsPwIntfAdditionalDataMap->additionalDataMap()),
+      [](auto& e, auto const& r) { e.additionalDataMapIs(r.first, r.second); },
+      [](auto& e, auto const& r) { e.additionalDataMapDel(r.first); }));
+  tables_.push_back(table<Fab::HwVplsPwStatus>(
+      rowsOf(h.hwVplsPwStatus->encapAdditionalId()),
+      [](auto& e, auto const& r) { e.encapAdditionalIdIs(r.first, r.second); },
+      [](auto& e, auto const& r) { e.encapAdditionalIdDel(r.first); }));
+  tables_.push_back(table<IntfToLifProfileOrientationKeyMap>(
+      rowsOf(h.intfToLifProfileOrientationKeyMap->lifProfileOrientationKey()),
+      [](auto& e, auto const& r) { e.lifProfileOrientationKeyIs(r.first, r.second); },
+      [](auto& e, auto const& r) { e.lifProfileOrientationKeyDel(r.first); }));
+  tables_.push_back(table<TagPopPushConfig>(
+      rowsOf(h.tagPopPushConfig->app()), [](auto& e, auto const& r) { e.appIs(r.first, r.second); },
+      [](auto& e, auto const& r) { e.appDel(r.first); }));
+  tables_.push_back(table<EvecProfileRequestDir>(
+      rowsOf(h.evecProfileRequestDir->evecProfileRequest()),
+      [](auto& e, auto const& r) { e.evecProfileRequestIs(r.second); },
+      [](auto& e, auto const& r) { e.evecProfileRequestDel(r.first); }));
+}
+
+OutputFloor::~OutputFloor() = default;
+
+std::size_t OutputFloor::rows() const noexcept {
+  std::size_t count = 0;
+  for (auto const& t : tables_) {
+    count += t->rows();
+  }
+  return count;
+}
+
+void OutputFloor::write() {
+  for (auto const& t : tables_) {
+    t->write();
+  }
+}
+
+void OutputFloor::erase() {
+  for (auto const& t : tables_) {
+    t->erase();
+  }
+}
+
+}  // namespace Bench

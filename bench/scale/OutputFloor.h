@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <vector>
+
+#include "sim/AgentHarness.h"
+
+namespace Bench {
+
+// What a case is compared with: the output entries of a programmed agent, copied out once, then
+// written straight into fresh entities of the same types (the same collections) and erased from
+// them again. No state machine runs, nothing is traced, and no reactor is subscribed to the
+// fresh entities, so no notification is delivered. The outputs are those the state machine
+// writes plus the orientation allocator's answers, which the agent writes in the same call.
+//
+// `write()` and `erase()` are what the benchmarks time; the copy is not. Single-threaded.
+class OutputFloor {
+ public:
+  explicit OutputFloor(Sim::AgentHarness const& harness);
+  ~OutputFloor();
+  OutputFloor(OutputFloor const&) = delete;
+  OutputFloor& operator=(OutputFloor const&) = delete;
+
+  // Entries copied, over all output collections.
+  std::size_t rows() const noexcept;
+
+  // Writes every copied entry into the floor's output entities, which are empty: fresh, or
+  // emptied by `erase()`.
+  void write();
+  // Erases every entry from the entities `write()` filled, key by key.
+  void erase();
+
+  // The copied rows of one output collection and the fresh entity they are written into.
+  class Table {
+   public:
+    virtual ~Table() = default;
+    virtual std::size_t rows() const noexcept = 0;
+    virtual void write() = 0;
+    virtual void erase() = 0;
+  };
+
+ private:
+  std::vector<std::unique_ptr<Table>> tables_;
+};
+
+}  // namespace Bench

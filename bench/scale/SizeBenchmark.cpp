@@ -1,0 +1,91 @@
+#include "bench/scale/SizeBenchmark.h"
+
+#include <limits>
+#include <sstream>
+#include <stdexcept>
+
+#include "bench/scale/CaseChild.h"
+#include "bench/scale/SelfProcess.h"
+
+namespace Bench {
+namespace {
+
+constexpr char kSkipped[] = "skipped";
+// The program part reports the floor of the start-up walk on a line of its own.
+constexpr char kStartupFloor[] = "startup-floor";
+
+}  // namespace
+
+SizeBenchmark::SizeBenchmark(PseudowireMix const& mix, int repetitions)
+    : mix_(mix), repetitions_(repetitions < 1 ? 1 : repetitions) {
+  for (char const* name : {"program", "startup", "teardown", "show"}) {
+    ScaleCase c;
+    c.name = name;
+    c.pseudowires = mix_.pseudowires();
+    c.vlans = mix_.vlans();
+    c.entries = mix_.entries();
+    c.seconds = std::numeric_limits<double>::infinity();
+    c.floorSeconds = std::numeric_limits<double>::infinity();
+    results_.push_back(std::move(c));
+  }
+}
+
+std::vector<ScaleCase> SizeBenchmark::run() {
+  for (int i = 0; i < repetitions_; ++i) {
+    runPart("program");
+    runPart("startup");
+  }
+  auto results = results_;
+  std::erase_if(results, [](ScaleCase const& c) {
+    return c.seconds == std::numeric_limits<double>::infinity();
+  });
+  return results;
+}
+
+void SizeBenchmark::runPart(char const* part) {
+  std::istringstream lines(runSelf(
+      {kCaseChildOption, part, std::to_string(mix_.pseudowires()), std::to_string(mix_.vlans())}));
+  for (std::string line; std::getline(lines, line);) {
+    keep(line);
+  }
+}
+
+ScaleCase& SizeBenchmark::result(std::string const& name) {
+  for (auto& c : results_) {
+    if (c.name == name) {
+      return c;
+    }
+  }
+  throw std::runtime_error("a case child reported an unknown case '" + name + "'");
+}
+
+void SizeBenchmark::keep(std::string const& line) {
+  std::istringstream fields(line);
+  std::string name;
+  fields >> name;
+  if (name == kSkipped) {
+    std::string skippedCase;
+    fields >> skippedCase >> std::ws;
+    std::getline(fields, showSkipped_.emplace());
+    return;
+  }
+  Timing timing;
+  Timing floor;
+  std::uint64_t bytes = 0;
+  if (!(fields >> timing.seconds >> timing.wallSeconds >> floor.seconds >> bytes)) {
+    throw std::runtime_error("a case child printed '" + line + "'");
+  }
+  auto& c = result(name == kStartupFloor ? "startup" : name);
+  if (name != kStartupFloor && timing.seconds < c.seconds) {
+    c.seconds = timing.seconds;
+    c.wallSeconds = timing.wallSeconds;
+  }
+  if (name != "startup" && floor.seconds < c.floorSeconds) {
+    c.floorSeconds = floor.seconds;
+  }
+  if (bytes != 0) {
+    c.answerBytes = bytes;
+  }
+}
+
+}  // namespace Bench

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "bench/scale/PseudowireMix.h"
+#include "bench/scale/ScaleCase.h"
+
+namespace Bench {
+
+// Runs the cases of one size (program, startup, teardown, show; see CaseChild) against their
+// floors, each part in a fresh child process, `repetitions` times, and keeps the fastest run of
+// each case and of each floor. Throws std::runtime_error when a child fails. Single-threaded.
+class SizeBenchmark {
+ public:
+  SizeBenchmark(PseudowireMix const& mix, int repetitions);
+
+  std::vector<ScaleCase> run();
+  // Why the show case could not run at this size; empty when it ran.
+  std::optional<std::string> const& showSkipped() const noexcept { return showSkipped_; }
+
+ private:
+  void runPart(char const* part);
+  void keep(std::string const& line);
+  ScaleCase& result(std::string const& name);
+
+  PseudowireMix const mix_;
+  int const repetitions_;
+  std::vector<ScaleCase> results_;
+  std::optional<std::string> showSkipped_;
+};
+
+}  // namespace Bench

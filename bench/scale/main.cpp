@@ -1,0 +1,150 @@
+// vpls_scale_bench: the VPLS decap agent at chip scale. For every size P x V (P pseudowires of V
+// VLANs each) it measures, each against its floor (see SizeBenchmark), programming by
+// notifications, the start-up walk, teardown by notifications and the show command, then the
+// peak resident memory per entry in a fresh process per size (see PeakMemory). It prints a
+// table and, with --json FILE, writes the figures for tools. Run it from a release build:
+// scripts/bench does both; docs/performance.md explains the figures.
+//
+//   vpls_scale_bench [--json FILE] [--pseudowires 1024,8192,65535] [--vlans 1,4,8]
+//                    [--repetitions N] [--no-memory]
+//
+// Every case runs in a fresh process of its own over state that takes seconds to build, and each
+// floor is measured in the same process over the same entries, which is why this is a plain
+// program rather than a Google Benchmark one.
+
+#include <cstdint>
+#include <cstdlib>
+#include <iostream>
+#include <optional>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "bench/scale/CaseChild.h"
+#include "bench/scale/PeakMemory.h"
+#include "bench/scale/PseudowireMix.h"
+#include "bench/scale/ScaleReport.h"
+#include "bench/scale/SizeBenchmark.h"
+
+namespace {
+
+// Pseudowire names end at Pseudowire65535, so the largest size has one pseudowire less than
+// 65536.
+std::vector<std::uint32_t> const kDefaultPseudowires{1024, 8192, 65535};
+std::vector<std::uint32_t> const kDefaultVlans{1, 4, 8};
+// Sizes below this many entries repeat their cases (at most five times) and keep the fastest.
+constexpr std::uint64_t kRepeatBelowEntries = 131072;
+constexpr int kMaxRepetitions = 5;
+
+struct Options {
+  std::optional<std::string> jsonFile;
+  std::vector<std::uint32_t> pseudowires = kDefaultPseudowires;
+  std::vector<std::uint32_t> vlans = kDefaultVlans;
+  std::optional<int> repetitions;
+  bool memory = true;
+};
+
+std::vector<std::uint32_t> numberList(std::string const& text) {
+  std::vector<std::uint32_t> numbers;
+  std::istringstream in(text);
+  std::string item;
+  while (std::getline(in, item, ',')) {
+    numbers.push_back(static_cast<std::uint32_t>(std::stoul(item)));
+  }
+  if (numbers.empty()) {
+    throw std::invalid_argument("empty list '" + text + "'");
+  }
+  return numbers;
+}
+
+Options parse(int argc, char** argv) {
+  Options options;
+  for (int i = 1; i < argc; ++i) {
+    std::string const arg = argv[i];
+    auto const value = [&]() -> std::string {
+      if (i + 1 >= argc) {
+        throw std::invalid_argument(arg + " needs a value");
+      }
+      return argv[++i];
+    };
+    if (arg == "--json") {
+      options.jsonFile = value();
+    } else if (arg == "--pseudowires") {
+      options.pseudowires = numberList(value());
+    } else if (arg == "--vlans") {
+      options.vlans = numberList(value());
+    } else if (arg == "--repetitions") {
+      options.repetitions = std::stoi(value());
+    } else if (arg == "--no-memory") {
+      options.memory = false;
+    } else {
+      throw std::invalid_argument("unknown option '" + arg + "'");
+    }
+  }
+  return options;
+}
+
+int repetitionsFor(Options const& options, std::uint64_t entries) {
+  if (options.repetitions) {
+    return *options.repetitions;
+  }
+  auto const fit = kRepeatBelowEntries / entries;
+  return fit < 1 ? 1 : (fit > kMaxRepetitions ? kMaxRepetitions : static_cast<int>(fit));
+}
+
+Bench::ScaleResults measure(Options const& options) {
+  Bench::ScaleResults results;
+  for (auto const pseudowires : options.pseudowires) {
+    for (auto const vlans : options.vlans) {
+      Bench::PseudowireMix const mix(pseudowires, vlans);
+      std::cerr << "measuring " << pseudowires << " x " << vlans << '\n';
+      Bench::SizeBenchmark size(mix, repetitionsFor(options, mix.entries()));
+      for (auto& c : size.run()) {
+        results.cases.push_back(std::move(c));
+      }
+      if (size.showSkipped()) {
+        results.skipped.push_back("show at " + std::to_string(pseudowires) + " x " +
+                                  std::to_string(vlans) + ": " + *size.showSkipped());
+      }
+    }
+  }
+  return results;
+}
+
+void measureMemory(Options const& options, Bench::ScaleResults& results) {
+  for (auto const pseudowires : options.pseudowires) {
+    for (auto const vlans : options.vlans) {
+      std::cerr << "memory " << pseudowires << " x " << vlans << '\n';
+      results.memory.push_back(Bench::measurePeakMemory(pseudowires, vlans));
+    }
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    if (argc == 4 && std::string(argv[1]) == Bench::kMemoryChildOption) {
+      return Bench::runMemoryChild(static_cast<std::uint32_t>(std::stoul(argv[2])),
+                                   static_cast<std::uint32_t>(std::stoul(argv[3])));
+    }
+    if (argc == 5 && std::string(argv[1]) == Bench::kCaseChildOption) {
+      return Bench::runCaseChild(argv[2], static_cast<std::uint32_t>(std::stoul(argv[3])),
+                                 static_cast<std::uint32_t>(std::stoul(argv[4])));
+    }
+    auto const options = parse(argc, argv);
+    auto results = measure(options);
+    if (options.memory) {
+      measureMemory(options, results);
+    }
+    Bench::printTable(std::cout, results);
+    if (options.jsonFile) {
+      Bench::writeJson(*options.jsonFile, results);
+    }
+    return 0;
+  } catch (std::exception const& e) {
+    std::cerr << "vpls_scale_bench: " << e.what() << '\n';
+    return 1;
+  }
+}
