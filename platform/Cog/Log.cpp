@@ -6,8 +6,8 @@
 #include <memory>
 #include <stdexcept>
 
+#include "Loom/Immortal.h"
 #include "Trace/Flashlog.h"
-#include "Trace/Immortal.h"
 
 namespace Cog {
 namespace {
@@ -29,7 +29,7 @@ struct Registry {
 };
 
 Registry& registry() {
-  static Trace::Immortal<Registry> r;
+  static Loom::Immortal<Registry> r;
   return r.get();
 }
 
@@ -40,7 +40,7 @@ struct SinkSlot {
 };
 
 SinkSlot& sinkSlot() {
-  static Trace::Immortal<SinkSlot> s;
+  static Loom::Immortal<SinkSlot> s;
   return s.get();
 }
 

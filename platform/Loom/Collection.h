@@ -2,11 +2,14 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <utility>
 
+#include "Loom/MemberTree.h"
 #include "Loom/Publisher.h"
 #include "Loom/SafeIterator.h"
+#include "Loom/SlabNodeAllocator.h"
 
 namespace Loom {
 
@@ -18,7 +21,8 @@ namespace Loom {
 // every `erase` that removed something; erasing an absent key notifies nobody. `clear` erases
 // member by member, in key order, with one notification each.
 //
-// Iteration tolerates removal of the current member (see SafeIterator).
+// Iteration tolerates removal of the current member (see SafeIterator). Writing keys in
+// ascending order, and reading back a member just written, take no search (see MemberTree).
 // Where a collection of key type `K` sends its notifications: the owner's publisher and the
 // member's handler, or nothing for a collection without reactors.
 template <class R, class K>
@@ -35,7 +39,12 @@ struct NotifyTarget<void, K> {
 
 template <class K, class V, class R = void>
 class Collection {
-  using Map = std::map<K, V>;
+  using Map = std::map<K, V, std::less<K>, SlabNodeAllocator<std::pair<K const, V>>>;
+  struct KeyOfMember {
+    K const& operator()(typename Map::value_type const& member) const noexcept {
+      return member.first;
+    }
+  };
 
  public:
   using key_type = K;
@@ -56,50 +65,55 @@ class Collection {
   Collection& operator=(Collection const&) = delete;
 
   V const* find(K const& key) const {
-    auto const it = map_.find(key);
-    return it == map_.end() ? nullptr : &it->second;
+    auto const it = members_.find(key);
+    return it == members_.tree().end() ? nullptr : &it->second;
   }
   V* findMutable(K const& key) {
-    auto const it = map_.find(key);
-    return it == map_.end() ? nullptr : &it->second;
+    auto const it = members_.find(key);
+    return it == members_.tree().end() ? nullptr : &it->second;
   }
   V valueOr(K const& key, V const& fallback) const {
     auto const* v = find(key);
     return v ? *v : fallback;
   }
-  bool has(K const& key) const { return map_.contains(key); }
-  std::size_t size() const noexcept { return map_.size(); }
-  bool empty() const noexcept { return map_.empty(); }
+  bool has(K const& key) const { return members_.has(key); }
+  std::size_t size() const noexcept { return members_.size(); }
+  bool empty() const noexcept { return members_.empty(); }
 
   void set(K const& key, V value) {
-    map_.insert_or_assign(key, std::move(value));
+    if (auto const it = members_.find(key); it != members_.tree().end()) {
+      it->second = std::move(value);
+      members_.wrote(it);
+    } else {
+      members_.add(key, std::move(value));
+    }
     notify(key);
   }
 
   bool erase(K const& key) {
-    auto const it = map_.find(key);
-    if (it == map_.end()) {
+    auto const it = members_.find(key);
+    if (it == members_.tree().end()) {
       return false;
     }
     // Keep the member's storage until the reactors are done: `key` may refer into it.
-    auto const removed = map_.extract(it);
+    auto const removed = members_.extract(it);
     ++removals_;
     notify(key);
     return true;
   }
 
   void clear() {
-    while (!map_.empty()) {
-      K const key = map_.begin()->first;
+    while (!members_.empty()) {
+      K const key = members_.tree().begin()->first;
       erase(key);
     }
   }
 
-  const_iterator begin() const { return const_iterator(this, map_.begin()); }
-  const_iterator end() const { return const_iterator(this, map_.end()); }
+  const_iterator begin() const { return const_iterator(this, members_.tree().begin()); }
+  const_iterator end() const { return const_iterator(this, members_.tree().end()); }
 
   // For SafeIterator.
-  Map const& underlying() const noexcept { return map_; }
+  Map const& underlying() const noexcept { return members_.tree(); }
   std::uint64_t removals() const noexcept { return removals_; }
   static K const& keyOf(value_type const& element) { return element.first; }
 
@@ -110,7 +124,7 @@ class Collection {
     }
   }
 
-  Map map_;
+  MemberTree<Map, KeyOfMember> members_;
   std::uint64_t removals_ = 0;
   [[no_unique_address]] typename NotifyTarget<R, K>::Publisher publisher_{};
   [[no_unique_address]] typename NotifyTarget<R, K>::Handler handler_{};

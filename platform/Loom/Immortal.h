@@ -2,11 +2,12 @@
 
 #include <utility>
 
-namespace Trace {
+namespace Loom {
 
 // Holds a process-wide object that is constructed on first use and never destroyed. Tracing
-// must keep working from other objects' static destructors and from threads still running at
-// exit, so the registries behind it must outlive every static object. The value sits in a
+// and allocation must keep working from other objects' static destructors and from threads
+// still running at exit, so the registries and allocators behind them must outlive every static
+// object. The value sits in a
 // union whose destructor does not run it; the operating system reclaims it at exit.
 // Threading: construction follows the usual rules of the static that holds the Immortal.
 template <class T>
@@ -26,4 +27,4 @@ class Immortal {
   };
 };
 
-}  // namespace Trace
+}  // namespace Loom

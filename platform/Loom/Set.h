@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <set>
 
 #include "Loom/Collection.h"
@@ -10,10 +11,11 @@ namespace Loom {
 
 // Set-like collection of an entity: members without a mapped value, in ascending key order.
 // Notifies like `Collection`: after every `insert` (also of a present member) and after every
-// `erase` that removed something. Iteration tolerates removal of the current member.
+// `erase` that removed something. Iteration tolerates removal of the current member; writes and
+// read-backs take the shortcuts of MemberTree.
 template <class K, class R = void>
 class Set {
-  using Underlying = std::set<K>;
+  using Underlying = std::set<K, std::less<K>, SlabNodeAllocator<K>>;
 
  public:
   using key_type = K;
@@ -31,49 +33,57 @@ class Set {
   Set(Set const&) = delete;
   Set& operator=(Set const&) = delete;
 
-  bool has(K const& key) const { return set_.contains(key); }
-  std::size_t size() const noexcept { return set_.size(); }
-  bool empty() const noexcept { return set_.empty(); }
+  bool has(K const& key) const { return members_.has(key); }
+  std::size_t size() const noexcept { return members_.size(); }
+  bool empty() const noexcept { return members_.empty(); }
 
   void insert(K const& key) {
-    set_.insert(key);
+    if (auto const it = members_.find(key); it != members_.tree().end()) {
+      members_.wrote(it);
+    } else {
+      members_.add(key);
+    }
     notify(key);
   }
 
   bool erase(K const& key) {
-    auto const it = set_.find(key);
-    if (it == set_.end()) {
+    auto const it = members_.find(key);
+    if (it == members_.tree().end()) {
       return false;
     }
     // Keep the member's storage until the reactors are done: `key` may refer into it.
-    auto const removed = set_.extract(it);
+    auto const removed = members_.extract(it);
     ++removals_;
     notify(key);
     return true;
   }
 
   void clear() {
-    while (!set_.empty()) {
-      K const key = *set_.begin();
+    while (!members_.empty()) {
+      K const key = *members_.tree().begin();
       erase(key);
     }
   }
 
-  const_iterator begin() const { return const_iterator(this, set_.begin()); }
-  const_iterator end() const { return const_iterator(this, set_.end()); }
+  const_iterator begin() const { return const_iterator(this, members_.tree().begin()); }
+  const_iterator end() const { return const_iterator(this, members_.tree().end()); }
 
-  Underlying const& underlying() const noexcept { return set_; }
+  Underlying const& underlying() const noexcept { return members_.tree(); }
   std::uint64_t removals() const noexcept { return removals_; }
   static K const& keyOf(K const& element) { return element; }
 
  private:
+  struct KeyOfMember {
+    K const& operator()(K const& member) const noexcept { return member; }
+  };
+
   void notify(K const& key) {
     if constexpr (!std::is_void_v<R>) {
       publisher_->notify(handler_, key);
     }
   }
 
-  Underlying set_;
+  MemberTree<Underlying, KeyOfMember> members_;
   std::uint64_t removals_ = 0;
   [[no_unique_address]] typename NotifyTarget<R, K>::Publisher publisher_{};
   [[no_unique_address]] typename NotifyTarget<R, K>::Handler handler_{};

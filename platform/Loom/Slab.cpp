@@ -55,6 +55,7 @@ SlabAllocator::SlabAllocator(std::size_t objectSize, std::size_t alignment,
                              std::string_view typeName)
     : slotSize_(((std::max(objectSize, sizeof(FreeSlot)) + alignment - 1) / alignment) * alignment),
       alignment_(alignment),
+      nextChunkBytes_(slotSize_ * kFirstChunkObjects),
       tracker_(typeName) {}
 
 void* SlabAllocator::allocate(std::size_t size) {
@@ -62,13 +63,18 @@ void* SlabAllocator::allocate(std::size_t size) {
     throw std::bad_alloc();  // a derived type must bring its own allocator
   }
   MaybeLock lock(mutex_);
-  if (!free_) {
-    addChunk();
+  void* object = free_;
+  if (free_) {
+    free_ = free_->next;
+  } else {
+    if (unusedEnd_ - unused_ < static_cast<std::ptrdiff_t>(slotSize_)) {
+      addChunk();
+    }
+    object = unused_;
+    unused_ += slotSize_;
   }
-  FreeSlot* slot = free_;
-  free_ = slot->next;
   tracker_.allocated();
-  return slot;
+  return object;
 }
 
 void SlabAllocator::deallocate(void* object) noexcept {
@@ -83,16 +89,21 @@ void SlabAllocator::deallocate(void* object) noexcept {
 }
 
 void SlabAllocator::addChunk() {
-  // Over-allocate by one alignment so the first slot can be aligned.
-  auto chunk = std::make_unique<std::byte[]>(slotSize_ * kObjectsPerChunk + alignment_);
-  auto base = reinterpret_cast<std::uintptr_t>(chunk.get());
-  base = (base + alignment_ - 1) / alignment_ * alignment_;
-  for (std::size_t i = kObjectsPerChunk; i-- > 0;) {
-    auto* slot = reinterpret_cast<FreeSlot*>(base + i * slotSize_);
-    slot->next = free_;
-    free_ = slot;
+  // Huge-page chunks are aligned to their size, and so to any object's alignment.
+  if (nextChunkBytes_ >= HugePageChunk::kBytes && slotSize_ <= HugePageChunk::kBytes &&
+      alignment_ <= HugePageChunk::kBytes) {
+    hugeChunks_.emplace_back();
+    unused_ = hugeChunks_.back().base();
+    unusedEnd_ = unused_ + HugePageChunk::kBytes;
+    return;
   }
+  // Over-allocate by one alignment so the first slot can be aligned.
+  auto chunk = std::make_unique<std::byte[]>(nextChunkBytes_ + alignment_);
+  auto const base = reinterpret_cast<std::uintptr_t>(chunk.get());
+  unused_ = chunk.get() + ((base + alignment_ - 1) / alignment_ * alignment_ - base);
+  unusedEnd_ = unused_ + nextChunkBytes_;
   chunks_.push_back(std::move(chunk));
+  nextChunkBytes_ *= 2;
 }
 
 }  // namespace Loom

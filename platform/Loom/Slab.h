@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "Loom/HugePageChunk.h"
+
 namespace Loom {
 
 // Per-type allocation counts that tests and tools can read: how many objects of the type are
@@ -39,9 +41,12 @@ class AllocationTracker {
   std::uint64_t total_ = 0;
 };
 
-// Fixed-size object allocator for one record type: storage comes in chunks of many objects
-// and freed objects go onto a free list for reuse; chunks are kept for the process. Allocation
-// and release take a lock only while the framework runs several threads.
+// Fixed-size object allocator for one type: objects are cut from chunks of storage in address
+// order and freed objects go onto a free list for reuse; chunks are kept for the process.
+// Chunks double in size from 256 objects up to 2 MiB; from then on each chunk is a
+// HugePageChunk, so that a type with hundreds of thousands of objects takes few page faults and
+// TLB entries, while a type with a handful never takes more than a small chunk. Allocation and
+// release take a lock only while the framework runs several threads.
 class SlabAllocator {
  public:
   SlabAllocator(std::size_t objectSize, std::size_t alignment, std::string_view typeName);
@@ -53,19 +58,24 @@ class SlabAllocator {
   void deallocate(void* object) noexcept;
 
   AllocationTracker const& tracker() const noexcept { return tracker_; }
-  std::size_t chunkCount() const noexcept { return chunks_.size(); }
+  std::size_t chunkCount() const noexcept { return chunks_.size() + hugeChunks_.size(); }
 
  private:
   struct FreeSlot {
     FreeSlot* next;
   };
-  static constexpr std::size_t kObjectsPerChunk = 256;
+  static constexpr std::size_t kFirstChunkObjects = 256;
 
   void addChunk();
 
   std::size_t slotSize_;
   std::size_t alignment_;
+  std::size_t nextChunkBytes_;
   std::vector<std::unique_ptr<std::byte[]>> chunks_;
+  std::vector<HugePageChunk> hugeChunks_;
+  // The part of the newest chunk not handed out yet.
+  std::byte* unused_ = nullptr;
+  std::byte* unusedEnd_ = nullptr;
   FreeSlot* free_ = nullptr;
   AllocationTracker tracker_;
   std::mutex mutex_;

@@ -10,8 +10,8 @@
 #include <string>
 #include <system_error>
 
+#include "Loom/Immortal.h"
 #include "Trace/Facility.h"
-#include "Trace/Immortal.h"
 #include "Trace/LevelList.h"
 
 namespace Trace::Duallog {
@@ -86,7 +86,7 @@ class Output {
 };
 
 Output& output() {
-  static Immortal<Output> o;
+  static Loom::Immortal<Output> o;
   return o.get();
 }
 

@@ -8,8 +8,8 @@
 #include <mutex>
 #include <stdexcept>
 
+#include "Loom/Immortal.h"
 #include "Trace/Duallog.h"
-#include "Trace/Immortal.h"
 #include "Trace/LevelList.h"
 
 namespace Trace {
@@ -84,7 +84,7 @@ bool isValidFacilityName(std::string_view name) noexcept {
 }
 
 Facility& facility(std::string_view name) {
-  static Immortal<Registry> registry;
+  static Loom::Immortal<Registry> registry;
   if (!isValidFacilityName(name)) {
     throw std::invalid_argument("'" + std::string(name) + "' is not a valid trace facility name");
   }

@@ -21,9 +21,9 @@
 #include <system_error>
 #include <vector>
 
+#include "Loom/Immortal.h"
 #include "Trace/Clock.h"
 #include "Trace/FlashlogRecord.h"
-#include "Trace/Immortal.h"
 
 namespace Trace {
 namespace {
@@ -53,7 +53,7 @@ struct State {
 };
 
 State& state() {
-  static Immortal<State> s;
+  static Loom::Immortal<State> s;
   return s.get();
 }
 

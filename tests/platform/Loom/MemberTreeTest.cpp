@@ -1,0 +1,141 @@
+// The members of Loom::Collection and Loom::Set under the write shortcuts (appending in key
+// order, reading back the member just written) and the slab that holds them: whatever the order
+// of writes, reads and removals, the containers answer as an ordered map would.
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <map>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "Loom/Collection.h"
+#include "Loom/Set.h"
+#include "Loom/SlabNodeAllocator.h"
+#include "Loom/String.h"
+
+namespace {
+
+enum class Op { set, erase, find };
+struct Step {
+  Op op;
+  std::uint32_t key;
+  int value = 0;
+};
+
+// Key orders that take the different paths: always above every present key, always below,
+// reading back and removing the member just written, and random.
+std::vector<std::pair<char const*, std::vector<Step>>> sequences() {
+  std::vector<Step> ascending, descending, readBack, shuffled;
+  for (std::uint32_t k = 1; k <= 300; ++k) {
+    ascending.push_back({Op::set, k, int(k)});
+    descending.push_back({Op::set, 301 - k, int(k)});
+    readBack.push_back({Op::set, k % 97, int(k)});
+    readBack.push_back({Op::find, k % 97});
+    if (k % 3 == 0) {
+      readBack.push_back({Op::erase, k % 97});
+      readBack.push_back({Op::find, k % 97});
+      readBack.push_back({Op::set, k % 97 + 1, -int(k)});
+    }
+  }
+  std::mt19937 random(7);
+  for (int i = 0; i < 3000; ++i) {
+    auto const op = static_cast<Op>(random() % 3);
+    shuffled.push_back({op, std::uint32_t(random() % 200), int(random() % 1000)});
+  }
+  return {{"ascending", ascending},
+          {"descending", descending},
+          {"read back and remove", readBack},
+          {"random", shuffled}};
+}
+
+// Long keys live on the heap, so that a read of a removed member's key shows up under ASan.
+Loom::String key(std::uint32_t k) {
+  return Loom::String("a-key-long-enough-to-leave-the-string-" + std::to_string(100000 + k));
+}
+
+TEST(LoomMemberTree, CollectionAnswersAsAnOrderedMapWould) {
+  for (auto const& [name, steps] : sequences()) {
+    SCOPED_TRACE(name);
+    Loom::Collection<Loom::String, int> collection;
+    std::map<Loom::String, int> model;
+    for (auto const& step : steps) {
+      auto const k = key(step.key);
+      if (step.op == Op::set) {
+        collection.set(k, step.value);
+        model[k] = step.value;
+      } else if (step.op == Op::erase) {
+        EXPECT_EQ(collection.erase(k), model.erase(k) == 1);
+      }
+      ASSERT_EQ(collection.has(k), model.contains(k));
+      EXPECT_EQ(collection.valueOr(k, -1), model.contains(k) ? model[k] : -1);
+    }
+    using Members = std::vector<std::pair<Loom::String, int>>;
+    EXPECT_EQ(Members(collection.begin(), collection.end()), Members(model.begin(), model.end()));
+  }
+}
+
+TEST(LoomMemberTree, SetAnswersAsAnOrderedSetWould) {
+  for (auto const& [name, steps] : sequences()) {
+    SCOPED_TRACE(name);
+    Loom::Set<std::uint32_t> set;
+    std::set<std::uint32_t> model;
+    for (auto const& step : steps) {
+      if (step.op == Op::set) {
+        set.insert(step.key);
+        model.insert(step.key);
+      } else if (step.op == Op::erase) {
+        EXPECT_EQ(set.erase(step.key), model.erase(step.key) == 1);
+      }
+      ASSERT_EQ(set.has(step.key), model.contains(step.key));
+    }
+    EXPECT_EQ(std::vector<std::uint32_t>(set.begin(), set.end()),
+              std::vector<std::uint32_t>(model.begin(), model.end()));
+  }
+}
+
+// A reactor reads the member back while the write that changed it is being notified.
+struct ReadBack {
+  void onMember(std::uint32_t const& k) { seen.push_back(collection->valueOr(k, -1)); }
+  Loom::Collection<std::uint32_t, int, ReadBack>* collection = nullptr;
+  std::vector<int> seen;
+};
+
+TEST(LoomMemberTree, ReactorsReadTheValueJustWritten) {
+  Loom::Publisher<ReadBack> publisher;
+  ReadBack reader;
+  Loom::Collection<std::uint32_t, int, ReadBack> collection(publisher, &ReadBack::onMember);
+  reader.collection = &collection;
+  publisher.subscribe(reader);
+  collection.set(5, 1);
+  collection.set(3, 2);
+  collection.set(5, 3);
+  collection.erase(5);
+  collection.set(5, 4);
+  EXPECT_EQ(reader.seen, (std::vector<int>{1, 2, 3, -1, 4}));
+}
+
+struct Node {
+  std::uint64_t words[4];
+};
+
+TEST(LoomSlabNodeAllocator, SingleNodesComeFromTheSlabOfTheirType) {
+  auto const* tracker = [] {
+    Loom::SlabNodeAllocator<Node> allocator;
+    allocator.deallocate(allocator.allocate(1), 1);
+    return Loom::AllocationTracker::find(typeid(Node).name());
+  }();
+  ASSERT_NE(tracker, nullptr);
+  auto const live = tracker->live();
+  Loom::SlabNodeAllocator<Node> allocator;
+  auto* const one = allocator.allocate(1);
+  auto* const several = allocator.allocate(3);
+  EXPECT_EQ(tracker->live(), live + 1);  // arrays come from the default allocator
+  allocator.deallocate(several, 3);
+  allocator.deallocate(one, 1);
+  EXPECT_EQ(tracker->live(), live);
+}
+
+}  // namespace
