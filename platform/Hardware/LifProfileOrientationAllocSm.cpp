@@ -1,6 +1,5 @@
 #include "Hardware/LifProfileOrientationAllocSm.h"
 
-#include <algorithm>
 #include <stdexcept>
 
 #include "Hardware/Jericho2LifProfiles.h"
@@ -61,8 +60,17 @@ Loom::TypeData const& LifProfileOrientationAllocSm::type() {
 }
 
 std::uint32_t LifProfileOrientationAllocSm::slotOf(VlanAndVplsKey const& group) const {
-  auto const it = groups_.find(Group{group.instanceName(), group.vlanId(), group.groupName()});
+  auto const it =
+      groups_.find(Group{Domain{group.instanceName(), group.vlanId()}, group.groupName()});
   return it == groups_.end() ? 0 : it->second.slot;
+}
+
+std::size_t LifProfileOrientationAllocSm::DomainHash::operator()(Domain const& d) const noexcept {
+  return Loom::hashValue(d.vlanId, d.instanceName.hash());
+}
+
+std::size_t LifProfileOrientationAllocSm::GroupHash::operator()(Group const& g) const noexcept {
+  return g.groupName.hash(DomainHash()(g.domain));
 }
 
 void LifProfileOrientationAllocSm::RequestReactor::onLpoRequest(
@@ -81,7 +89,7 @@ LifProfileOrientationAllocSm::Domain LifProfileOrientationAllocSm::domainOf(
 
 LifProfileOrientationAllocSm::Group LifProfileOrientationAllocSm::groupOf(
     LifProfileOrientationKey const& key) {
-  return Group{key.instanceName(), key.vlanId(), key.groupName()};
+  return Group{domainOf(key), key.groupName()};
 }
 
 void LifProfileOrientationAllocSm::answer(LifProfileOrientationKey const& key) {
@@ -115,25 +123,24 @@ void LifProfileOrientationAllocSm::withdraw(LifProfileOrientationKey const& key)
   if (it == groups_.end() || it->second.holders.erase(key) == 0 || !it->second.holders.empty()) {
     return;
   }
-  auto const domain = domainOf(key);
-  auto& used = usedSlots_[domain];
-  used.erase(it->second.slot);
-  if (used.empty()) {
-    usedSlots_.erase(domain);
+  auto const domain = it->first.domain;
+  auto const used = usedSlots_.find(domain);
+  used->second &= ~(SlotMask{1} << (it->second.slot - 1));
+  if (used->second == 0) {
+    usedSlots_.erase(used);
   }
   groups_.erase(it);
 }
 
 std::uint32_t LifProfileOrientationAllocSm::takeFreeSlot(Domain const& domain) {
-  auto& used = usedSlots_[domain];
+  auto const used = usedSlots_.find(domain);
+  SlotMask const taken = used == usedSlots_.end() ? 0 : used->second;
   for (std::uint32_t slot = 1; slot <= meshGroups_; ++slot) {
-    if (!used.contains(slot)) {
-      used.insert(slot);
+    SlotMask const bit = SlotMask{1} << (slot - 1);
+    if ((taken & bit) == 0) {
+      usedSlots_[domain] = taken | bit;
       return slot;
     }
-  }
-  if (used.empty()) {
-    usedSlots_.erase(domain);
   }
   return 0;
 }

@@ -1,10 +1,9 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
-#include <set>
 #include <string_view>
-#include <tuple>
+#include <unordered_map>
+#include <unordered_set>
 
 #include "Hardware/LifProfileOrientationConfig.h"
 #include "Hardware/LifProfileOrientationKey.h"
@@ -65,12 +64,31 @@ class LifProfileOrientationAllocSm : public Loom::Node {
     LifProfileOrientationAllocSm& allocator_;
   };
 
-  using Domain = std::tuple<Loom::String, std::uint16_t>;
-  using Group = std::tuple<Loom::String, std::uint16_t, Loom::String>;
+  // A split-horizon domain (instance name, VLAN) and a group of it (with the group name). The
+  // allocator only looks them up, so they are hashed: there are as many groups as VLANs that
+  // carry split-horizon groups, and every request looks its group up.
+  struct Domain {
+    Loom::String instanceName;
+    std::uint16_t vlanId = 0;
+    bool operator==(Domain const&) const = default;
+  };
+  struct Group {
+    Domain domain;
+    Loom::String groupName;
+    bool operator==(Group const&) const = default;
+  };
+  struct DomainHash {
+    std::size_t operator()(Domain const& d) const noexcept;
+  };
+  struct GroupHash {
+    std::size_t operator()(Group const& g) const noexcept;
+  };
   struct GroupSlot {
     std::uint32_t slot = 0;
-    std::set<LifProfileOrientationKey> holders;  // requests answered with the slot
+    std::unordered_set<LifProfileOrientationKey> holders;  // requests answered with the slot
   };
+  // Bit s - 1 stands for slot s.
+  using SlotMask = std::uint32_t;
 
   static Domain domainOf(LifProfileOrientationKey const& key);
   static Group groupOf(LifProfileOrientationKey const& key);
@@ -83,8 +101,8 @@ class LifProfileOrientationAllocSm : public Loom::Node {
   Loom::Ptr<LifProfileOrientationStatus> status_;
   std::uint32_t meshGroups_;
   std::uint32_t startupSyncDoneCalls_ = 0;
-  std::map<Group, GroupSlot> groups_;
-  std::map<Domain, std::set<std::uint32_t>> usedSlots_;
+  std::unordered_map<Group, GroupSlot, GroupHash> groups_;
+  std::unordered_map<Domain, SlotMask, DomainHash> usedSlots_;
   RequestReactor reactor_{*this};
 };
 
