@@ -412,10 +412,12 @@ bool MarlVplsPwIntfDecapSm::restartDone() const {
 
 std::optional<LifProfileAndOrientation> MarlVplsPwIntfDecapSm::lpoResponse(
     LifProfileOrientationKey const& key) const {
-  if (!lifProfileOrientationStatus_ || !lifProfileOrientationStatus_->lpoResponseHas(key)) {
+  if (!lifProfileOrientationStatus_) {
     return std::nullopt;
   }
-  return lifProfileOrientationStatus_->lpoResponse(key);
+  // One search of the answers, which are as many as the requests.
+  auto const* response = lifProfileOrientationStatus_->lpoResponse().find(key);
+  return response ? std::optional<LifProfileAndOrientation>(*response) : std::nullopt;
 }
 
 void MarlVplsPwIntfDecapSm::lpoRequestIs(LifProfileOrientationKey const& key) {

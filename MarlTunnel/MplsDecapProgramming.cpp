@@ -117,9 +117,7 @@ void MarlVplsPwIntfDecapSm::populateMplsDecapConfigHelper(Netcore::IntfId pwIntf
     // clang-format off
     LOOM_ASSERT( inLifProfile >= Jericho2LifProfiles::vplsSpokeInLifProfile_ && inLifProfile <= Jericho2LifProfiles::vplsMeshInLifProfile4_, kDecapSmUnit, kSig );
     // clang-format on
-    info.inLifProfileIs(lpoResponse(lpoKey)->inLifProfile())
-        .vlanIdIs(vlan.value())
-        .field8Is(kField8);
+    info.inLifProfileIs(inLifProfile).vlanIdIs(vlan.value()).field8Is(kField8);
     MARL_TRACE(kTraceDetail, kSig, "hwFecIdNew ", hwFecId);
     info.hwFecIdIs(hwFecId);
   }

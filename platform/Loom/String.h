@@ -29,6 +29,18 @@ class String {
   // Negative, zero or positive, like memcmp over the bytes.
   int compare(String const& other) const noexcept { return value_.compare(other.value_); }
   std::strong_ordering operator<=>(String const& other) const noexcept {
+    // Keys of large collections hold short names that are mostly empty or differ in their
+    // first byte; those are decided here, without the library's compare call.
+    bool const empty = value_.empty();
+    bool const otherEmpty = other.value_.empty();
+    if (empty || otherEmpty) {
+      return otherEmpty <=> empty;
+    }
+    auto const first = static_cast<unsigned char>(value_.front());
+    auto const otherFirst = static_cast<unsigned char>(other.value_.front());
+    if (first != otherFirst) {
+      return first <=> otherFirst;
+    }
     return value_ <=> other.value_;
   }
   bool operator==(String const& other) const noexcept = default;

@@ -18,6 +18,7 @@
 #include "Hardware/MplsDecapInfoKey.h"
 #include "Hardware/VlanAndVplsKey.h"
 #include "Loom/Hash.h"
+#include "Loom/String.h"
 
 namespace {
 
@@ -56,6 +57,10 @@ void checkKeyFamily(char const* family, std::vector<K> const& ascending) {
 }
 
 TEST(ValueTypes, KeysOrderCompareAndHashConsistently) {
+  // Strings order byte by byte, bytes unsigned; the empty string and the first byte decide
+  // most comparisons.
+  checkKeyFamily<Loom::String>("Loom::String", {"", "\x01", "a", "aa", "ab", "abc", "b", "ba",
+                                                "\x7f", "\x80", "\xff", "\xff\xff"});
   checkKeyFamily<IntfId>("IntfId", {IntfId(), pw(1), pw(2), pw(10), pw(65535)});
   checkKeyFamily<MplsLabel>("MplsLabel",
                             {MplsLabel(0), MplsLabel(16), MplsLabel(0xfffff), MplsLabel()});
