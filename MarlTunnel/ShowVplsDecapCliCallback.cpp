@@ -1,8 +1,8 @@
 #include "MarlTunnel/ShowVplsDecapCliCallback.h"
 
-#include <cstdio>
 #include <sstream>
 #include <string>
+#include <string_view>
 
 #include "MarlTunnel/MarlTrace.h"
 
@@ -118,7 +118,8 @@ void ShowVplsDecapCliCallback::handleCommand(std::uint32_t fd, Loom::String cons
   MARL_TRACE(kTraceDetail, "instanceName = ", instanceName, " groupName = ", groupName,
              " interfaceName = ", interfaceName);
   auto const text = printVplsDecapEntries(decapEntries(instanceName, groupName, interfaceName));
-  dprintf(static_cast<int>(fd), "%s", text.c_str());
+  // Up to the first NUL byte, as a "%s" conversion would write it.
+  Orb::writeAll(static_cast<int>(fd), std::string_view(text.c_str()));
 }
 
 VplsDecapEntryMap ShowVplsDecapCliCallback::decapEntries(Loom::String const& instanceName,

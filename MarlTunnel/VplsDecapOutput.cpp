@@ -1,11 +1,41 @@
 #include "MarlTunnel/VplsDecapOutput.h"
 
-#include <sstream>
+#include <charconv>
+#include <concepts>
+#include <string>
+#include <string_view>
+#include <type_traits>
 
 #include "MarlTunnel/MarlTrace.h"
 
 namespace Hardware::MarlTunnel {
 namespace {
+
+// Appends text and decimal numbers to the answer, as an output stream would print them, without
+// a stream's locale and formatting state on every piece: the answer has a few dozen pieces per
+// entry and runs to tens of megabytes.
+class AnswerText {
+ public:
+  AnswerText& operator<<(std::string_view text) {
+    text_.append(text);
+    return *this;
+  }
+  AnswerText& operator<<(char const* text) { return *this << std::string_view(text); }
+  AnswerText& operator<<(Loom::String const& text) { return *this << text.view(); }
+  // Numbers only: a character type would print as a character on a stream.
+  template <std::unsigned_integral N>
+  requires(!std::is_same_v<N, bool> && sizeof(N) > 1) AnswerText& operator<<(N number) {
+    char digits[24];
+    auto const end = std::to_chars(digits, digits + sizeof digits, number).ptr;
+    text_.append(digits, end);
+    return *this;
+  }
+
+  std::string take() { return std::move(text_); }
+
+ private:
+  std::string text_;
+};
 
 constexpr std::uint32_t kNoHwFec = 0xFFFFFFFF;
 constexpr std::uint32_t kNoGlobalInLif = 0xFFFFFFFF;
@@ -17,7 +47,7 @@ char const* pythonBool(bool v) {
   return v ? "'True'," : "'False',";
 }
 
-void writeHeader(std::ostringstream& os, VplsDecapEntry const& e) {
+void writeHeader(AnswerText& os, VplsDecapEntry const& e) {
   os << "'instanceContext' : "
      << "'" << e.instanceContext() << "',";
   os << "'groupName' : "
@@ -38,7 +68,7 @@ void writeHeader(std::ostringstream& os, VplsDecapEntry const& e) {
   os << "'vlans' : {";
 }
 
-void writePseudowire(std::ostringstream& os, Loom::String const& name,
+void writePseudowire(AnswerText& os, Loom::String const& name,
                      std::map<Bridging::VlanIdOrNone, VplsDecapEntry> const& vlans) {
   os << "'" << name << "' : {";
   if (vlans.empty()) {
@@ -95,7 +125,7 @@ void writePseudowire(std::ostringstream& os, Loom::String const& name,
 
 Loom::String printVplsDecapEntries(VplsDecapEntryMap const& entries) {
   MARL_TRACE(kTraceDetail, "printVplsDecapEntries");
-  std::ostringstream os;
+  AnswerText os;
   os << "{"
      << "'pseudowires' : {";
   for (auto const& [name, vlans] : entries) {
@@ -103,7 +133,7 @@ Loom::String printVplsDecapEntries(VplsDecapEntryMap const& entries) {
   }
   os << "},"
      << "}";
-  return Loom::String(os.str());
+  return Loom::String(os.take());
 }
 
 }  // namespace Hardware::MarlTunnel

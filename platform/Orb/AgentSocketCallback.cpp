@@ -1,5 +1,8 @@
 #include "Orb/AgentSocketCallback.h"
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <stdexcept>
 
 namespace Orb {
@@ -31,6 +34,19 @@ Loom::TypeData const& AgentSocketCallback::type() {
 
 namespace {
 Loom::TypeRegistration const registration(AgentSocketCallback::type());
+}
+
+void writeAll(int fd, std::string_view text) noexcept {
+  while (!text.empty()) {
+    auto const n = ::write(fd, text.data(), text.size());
+    if (n < 0 && errno == EINTR) {
+      continue;
+    }
+    if (n <= 0) {
+      return;
+    }
+    text.remove_prefix(static_cast<std::size_t>(n));
+  }
 }
 
 }  // namespace Orb

@@ -42,4 +42,9 @@ class AgentSocketCallback : public Loom::Node {
   Loom::String const command_;
 };
 
+// Writes all of `text` to `fd`, retrying interrupted and partial writes; a failed write ends it
+// (an answer's buffer refuses writes beyond the answer limit). What callbacks and the handler
+// write answers with.
+void writeAll(int fd, std::string_view text) noexcept;
+
 }  // namespace Orb

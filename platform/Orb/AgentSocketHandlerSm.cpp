@@ -175,19 +175,6 @@ UniqueFd answerBuffer(std::size_t maxAnswerBytes) {
   return buffer;
 }
 
-void writeAll(int fd, std::string_view text) noexcept {
-  while (!text.empty()) {
-    auto const n = ::write(fd, text.data(), text.size());
-    if (n < 0 && errno == EINTR) {
-      continue;
-    }
-    if (n <= 0) {
-      return;
-    }
-    text.remove_prefix(static_cast<std::size_t>(n));
-  }
-}
-
 // Runs `callback` for one request, its answer going to `answerFd`. An exception of the
 // callback is reported in the answer after what the callback wrote.
 void runCallback(AgentSocketCallback& callback, std::string const& command, std::string_view args,
