@@ -387,8 +387,9 @@ Json parseJson(std::string_view text) {
   Json json;
   try {
     json = Json::parse(text.begin(), text.end(), watch);
-  } catch (Json::parse_error const& e) {
-    // "[json.exception.parse_error.101] parse error at line 2, column 3: ..." without its tag.
+  } catch (Json::exception const& e) {
+    // "[json.exception.parse_error.101] parse error at line 2, column 3: ..." without its tag;
+    // a number too large for a double is an out_of_range error of the parser, not a parse_error.
     std::string message = e.what();
     if (auto const tagEnd = message.find("] "); tagEnd != std::string::npos) {
       message.erase(0, tagEnd + 2);

@@ -43,6 +43,8 @@ INSTANTIATE_TEST_SUITE_P(
         BadScenario{"BadJson", "{\"events\": [}",
                     "invalid JSON: parse error at line 1, column 13: syntax error while parsing "
                     "value - unexpected '}'; expected '[', '{', or a literal"},
+        BadScenario{"NumberTooLarge", R"({"meshGroups": 1e9044})",
+                    "invalid JSON: number overflow parsing '1e9044'"},
         BadScenario{"DuplicateKey", R"({"meshGroups": 2, "meshGroups": 3})",
                     "invalid scenario: the key \"meshGroups\" appears twice in one object"},
         BadScenario{"UnknownTopLevelKey", R"({"evnts": []})",
