@@ -78,6 +78,10 @@ struct PwHistory {
   // orientation left its key in the key map, which the next configuration requests again
   // whatever its group.
   bool desynced = false;
+  // One of its orientation requests was refused. A configuration whose first VLAN's group is
+  // refused is not taken as a whole: its other VLANs are not requested, and removing the
+  // refused VLAN does not request them, so they may stay unprogrammed without a request.
+  bool orientationRefused = false;
 };
 
 class Sequence {
@@ -290,8 +294,12 @@ class Sequence {
                    (r_.keyMap->lifProfileOrientationKeyHas(pw(n)) &&
                     (!record || record->vplsInstanceName().empty()));
       if (!record) {
-        h.everStandby = h.standbyEntryLost = false;
+        h.everStandby = h.standbyEntryLost = h.orientationRefused = false;
         continue;
+      }
+      for (auto const& key : r_.lpoConfig->lpoRequest()) {
+        h.orientationRefused =
+            h.orientationRefused || (key.pwIntfId() == pw(n) && failedAnswer(key));
       }
       h.everStandby = h.everStandby || record->standby();
       for (auto const v : untaggedOfStandby[n]) {
@@ -511,7 +519,8 @@ class Sequence {
       }
       // Outside VXLAN's regimes, a non-standby pseudowire with instance, label, FEC flag and
       // VLANs, none of whose orientations failed, has an entry and a status per VLAN, with the
-      // FEC id in effect and the profile its group was given.
+      // FEC id in effect and the profile its group was given; after a refusal, only per VLAN
+      // whose group is requested.
       if (r_.vtep->vxlanPresent() || r_.vtep->vxlanDciConfigured() || !inSync(n) ||
           record->standby() || record->vplsInstanceName().empty() || !label.isLabel() ||
           !record->encapHwFecIdAvail() || failed) {
@@ -524,6 +533,9 @@ class Sequence {
             VlanAndVplsKey(wide ? record->vplsInstanceName() : Loom::String(), wide ? 0 : v.value(),
                            record->groupName(), record->splitHorizon()),
             pw(n));
+        if (h.orientationRefused && !r_.lpoConfig->lpoRequestHas(key)) {
+          continue;
+        }
         auto const* info = entryOf(label, tag, v.value());
         if (!info || Fab::NexthopIndex(info->hwFecId(), info->globalInLif()) != fec ||
             !r_.lpoStatus->lpoResponseHas(key) ||
