@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
@@ -10,6 +11,7 @@
 #include "Hardware/LifProfileOrientationStatus.h"
 #include "Loom/Node.h"
 #include "Loom/Ptr.h"
+#include "Loom/SlabNodeAllocator.h"
 #include "Loom/String.h"
 #include "Loom/TypeData.h"
 
@@ -85,7 +87,10 @@ class LifProfileOrientationAllocSm : public Loom::Node {
   };
   struct GroupSlot {
     std::uint32_t slot = 0;
-    std::unordered_set<LifProfileOrientationKey> holders;  // requests answered with the slot
+    // Requests answered with the slot; as many as there are mesh requests, so from the slab.
+    std::unordered_set<LifProfileOrientationKey, std::hash<LifProfileOrientationKey>,
+                       std::equal_to<>, Loom::SlabNodeAllocator<LifProfileOrientationKey>>
+        holders;
   };
   // Bit s - 1 stands for slot s.
   using SlotMask = std::uint32_t;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <iterator>
 #include <utility>
 
@@ -12,7 +13,9 @@ namespace Loom {
 //   - a member whose key is above every present key (keys written in order, as a start-up walk
 //     or a bulk load does) goes in at the tree's end without a search;
 //   - the member last added or overwritten is remembered, so that reading it back right after
-//     the write (what the reactors of that write typically do) does not search the tree again.
+//     the write (what the reactors of that write typically do) does not search the tree again;
+//   - while a removal is being notified, its key is known to be absent without a search,
+//     unless a member was added since.
 // Reads never change anything, so concurrent readers stay as safe as with the bare tree.
 // `Tree` is a std::map or std::set; `KeyOf` gives a member's key. Not thread-safe for writes.
 template <class Tree, class KeyOf>
@@ -37,6 +40,7 @@ class MemberTree {
   // Adds a member whose key is absent; `value` is what the tree's emplace takes after the key.
   template <class... Value>
   Iterator add(Key const& key, Value&&... value) {
+    ++adds_;
     bool const last = tree_.empty() || tree_.key_comp()(KeyOf()(*std::prev(tree_.end())), key);
     written_ = last ? tree_.emplace_hint(tree_.end(), key, std::forward<Value>(value)...)
                     : tree_.emplace(key, std::forward<Value>(value)...).first;
@@ -46,29 +50,49 @@ class MemberTree {
   // Records that a present member was overwritten.
   void wrote(Iterator member) noexcept { written_ = member; }
 
-  // Takes a member out of the tree; its storage lives as long as the returned node.
-  typename Tree::node_type extract(ConstIterator member) {
+  // Takes a member out of the tree, then runs `notify()`; the member's storage, and so its key,
+  // lives until `notify()` returns.
+  template <class Notify>
+  void remove(ConstIterator member, Notify&& notify) {
     if (member == ConstIterator(written_)) {
       written_ = tree_.end();
     }
-    return tree_.extract(member);
+    Key const& key = KeyOf()(*member);
+    auto const node = tree_.extract(member);
+    Removal const outer = removal_;
+    removal_ = Removal{&key, adds_};
+    notify();
+    removal_ = outer;
   }
 
  private:
+  // The key whose removal is being notified, and the adds counted when it was removed.
+  struct Removal {
+    Key const* key = nullptr;
+    std::uint64_t adds = 0;
+  };
+
+  bool same(Key const& a, Key const& b) const {
+    auto const& less = tree_.key_comp();
+    return !less(a, b) && !less(b, a);
+  }
+
   template <class Self>
   static auto locate(Self& self, Key const& key) -> decltype(self.tree_.find(key)) {
-    auto const& less = self.tree_.key_comp();
-    if (self.written_ != self.tree_.end()) {
-      auto const& written = KeyOf()(*self.written_);
-      if (!less(written, key) && !less(key, written)) {
-        return self.written_;
-      }
+    if (self.written_ != self.tree_.end() && self.same(KeyOf()(*self.written_), key)) {
+      return self.written_;
+    }
+    auto const& removal = self.removal_;
+    if (removal.key && removal.adds == self.adds_ && self.same(*removal.key, key)) {
+      return self.tree_.end();
     }
     return self.tree_.find(key);
   }
 
   Tree tree_;
   Iterator written_ = tree_.end();
+  Removal removal_;
+  std::uint64_t adds_ = 0;
 };
 
 }  // namespace Loom

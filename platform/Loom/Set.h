@@ -51,10 +51,9 @@ class Set {
     if (it == members_.tree().end()) {
       return false;
     }
-    // Keep the member's storage until the reactors are done: `key` may refer into it.
-    auto const removed = members_.extract(it);
+    // The member's storage stays until the reactors are done: `key` may refer into it.
     ++removals_;
-    notify(key);
+    members_.remove(it, [&] { notify(key); });
     return true;
   }
 

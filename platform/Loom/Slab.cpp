@@ -90,15 +90,16 @@ void SlabAllocator::deallocate(void* object) noexcept {
 
 void SlabAllocator::addChunk() {
   // Huge-page chunks are aligned to their size, and so to any object's alignment.
-  if (nextChunkBytes_ >= HugePageChunk::kBytes && slotSize_ <= HugePageChunk::kBytes &&
+  if (nextChunkBytes_ > kLastSmallChunkBytes && slotSize_ <= HugePageChunk::kBytes &&
       alignment_ <= HugePageChunk::kBytes) {
     hugeChunks_.emplace_back();
     unused_ = hugeChunks_.back().base();
     unusedEnd_ = unused_ + HugePageChunk::kBytes;
     return;
   }
-  // Over-allocate by one alignment so the first slot can be aligned.
-  auto chunk = std::make_unique<std::byte[]>(nextChunkBytes_ + alignment_);
+  // Over-allocate by one alignment so the first slot can be aligned; left unwritten, so that
+  // pages are only touched as slots are handed out.
+  auto chunk = std::make_unique_for_overwrite<std::byte[]>(nextChunkBytes_ + alignment_);
   auto const base = reinterpret_cast<std::uintptr_t>(chunk.get());
   unused_ = chunk.get() + ((base + alignment_ - 1) / alignment_ * alignment_ - base);
   unusedEnd_ = unused_ + nextChunkBytes_;

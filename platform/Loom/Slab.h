@@ -43,10 +43,10 @@ class AllocationTracker {
 
 // Fixed-size object allocator for one type: objects are cut from chunks of storage in address
 // order and freed objects go onto a free list for reuse; chunks are kept for the process.
-// Chunks double in size from 256 objects up to 2 MiB; from then on each chunk is a
+// Chunks double in size from 256 objects up to 256 KiB; from then on each chunk is a
 // HugePageChunk, so that a type with hundreds of thousands of objects takes few page faults and
-// TLB entries, while a type with a handful never takes more than a small chunk. Allocation and
-// release take a lock only while the framework runs several threads.
+// TLB entries, while a type with a handful takes one small chunk. Allocation and release take a
+// lock only while the framework runs several threads.
 class SlabAllocator {
  public:
   SlabAllocator(std::size_t objectSize, std::size_t alignment, std::string_view typeName);
@@ -65,6 +65,9 @@ class SlabAllocator {
     FreeSlot* next;
   };
   static constexpr std::size_t kFirstChunkObjects = 256;
+  // Up to here chunks come from the heap in small pages; then come huge-page chunks. A type
+  // that grows this far holds at most one huge page it has not filled yet.
+  static constexpr std::size_t kLastSmallChunkBytes = std::size_t{256} << 10;
 
   void addChunk();
 

@@ -96,7 +96,19 @@ TEST(LoomMemberTree, SetAnswersAsAnOrderedSetWould) {
   }
 }
 
-// A reactor reads the member back while the write that changed it is being notified.
+// A notifying collection of numbers and the reactor `Reactor` on it, which reads the
+// collection from its handler; the reactor subscribes once the test has filled it.
+template <class Reactor>
+struct Watched {
+  Watched() { reactor.collection = &collection; }
+  void watch() { publisher.subscribe(reactor); }
+
+  Loom::Publisher<Reactor> publisher;
+  Reactor reactor;
+  Loom::Collection<std::uint32_t, int, Reactor> collection{publisher, &Reactor::onMember};
+};
+
+// Reads the member back while the write that changed it is being notified.
 struct ReadBack {
   void onMember(std::uint32_t const& k) { seen.push_back(collection->valueOr(k, -1)); }
   Loom::Collection<std::uint32_t, int, ReadBack>* collection = nullptr;
@@ -104,17 +116,43 @@ struct ReadBack {
 };
 
 TEST(LoomMemberTree, ReactorsReadTheValueJustWritten) {
-  Loom::Publisher<ReadBack> publisher;
-  ReadBack reader;
-  Loom::Collection<std::uint32_t, int, ReadBack> collection(publisher, &ReadBack::onMember);
-  reader.collection = &collection;
-  publisher.subscribe(reader);
-  collection.set(5, 1);
-  collection.set(3, 2);
-  collection.set(5, 3);
-  collection.erase(5);
-  collection.set(5, 4);
-  EXPECT_EQ(reader.seen, (std::vector<int>{1, 2, 3, -1, 4}));
+  Watched<ReadBack> w;
+  w.watch();
+  w.collection.set(5, 1);
+  w.collection.set(3, 2);
+  w.collection.set(5, 3);
+  w.collection.erase(5);
+  w.collection.set(5, 4);
+  EXPECT_EQ(w.reactor.seen, (std::vector<int>{1, 2, 3, -1, 4}));
+}
+
+// Puts a removed key back, from the removal's notification or from a nested one.
+struct PutBack {
+  void onMember(std::uint32_t const& k) {
+    auto& c = *collection;
+    if (k == 1 && !c.has(1)) {
+      c.erase(2);
+      log.push_back(c.valueOr(1, -1));
+    } else if (k == 2 && !c.has(2)) {
+      c.set(1, 10);
+      c.set(3, 3);  // so that 1 is no longer the member last written
+    }
+  }
+  Loom::Collection<std::uint32_t, int, PutBack>* collection = nullptr;
+  std::vector<int> log;
+};
+
+TEST(LoomMemberTree, AKeyPutBackDuringItsRemovalIsPresent) {
+  Watched<PutBack> w;
+  w.collection.set(1, 1);
+  w.collection.set(2, 2);
+  w.watch();
+  w.collection.erase(1);  // removing 2 puts 1 back
+  EXPECT_EQ(w.reactor.log, std::vector<int>{10});
+  EXPECT_TRUE(w.collection.has(3));
+  EXPECT_TRUE(w.collection.has(1));
+  EXPECT_EQ(w.collection.valueOr(1, -1), 10);
+  EXPECT_FALSE(w.collection.has(2));
 }
 
 struct Node {
