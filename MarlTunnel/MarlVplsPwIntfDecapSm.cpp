@@ -394,8 +394,10 @@ void MarlVplsPwIntfDecapSm::handleStartupSyncDone() {
 
 // ---- Reads and writes shared by the handlers ----
 
-Fab::VplsPwIntfInfo MarlVplsPwIntfDecapSm::pwIntfInfo(Netcore::IntfId pwIntfId) const {
-  return hwVplsPwConfig_ ? hwVplsPwConfig_->vplsPwIntfInfo(pwIntfId) : Fab::VplsPwIntfInfo();
+Fab::VplsPwIntfInfo const& MarlVplsPwIntfDecapSm::pwIntfInfo(Netcore::IntfId pwIntfId) const {
+  static Fab::VplsPwIntfInfo const absent;
+  auto const* info = hwVplsPwConfig_ ? hwVplsPwConfig_->vplsPwIntfInfo().find(pwIntfId) : nullptr;
+  return info ? *info : absent;
 }
 
 bool MarlVplsPwIntfDecapSm::vxlanPresent() const {

@@ -290,8 +290,10 @@ class MarlVplsPwIntfDecapSm : public Loom::Node {
 
   void unsubscribeAll();
 
-  // Reads of the inputs that treat an absent entity like an absent key.
-  Fab::VplsPwIntfInfo pwIntfInfo(Netcore::IntfId pwIntfId) const;
+  // Reads of the inputs that treat an absent entity like an absent key. The configuration is
+  // the stored record, valid until the configuration changes: a handler that writes outputs
+  // (whose reactors might change it) before its last use takes a copy.
+  Fab::VplsPwIntfInfo const& pwIntfInfo(Netcore::IntfId pwIntfId) const;
   bool vxlanPresent() const;
   bool vxlanDciConfigured() const;
   bool restartDone() const;

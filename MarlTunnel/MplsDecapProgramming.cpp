@@ -75,7 +75,7 @@ void MarlVplsPwIntfDecapSm::populateMplsDecapConfigHelper(Netcore::IntfId pwIntf
       "IntfId, Bridging::VlanIdOrNone)";
   std::uint16_t const vlanId = vlanIdOrNone.value();
   MARL_TRACE(kTraceDetail, kSig, " pwIntfId: ", pwIntfId, " vlanId: ", vlanId);
-  auto const config = pwIntfInfo(pwIntfId);
+  auto const& config = pwIntfInfo(pwIntfId);
   bool const standby = config.standby();
   bool const vlanAware = config.vlanAware();
   // clang-format off
@@ -108,7 +108,7 @@ void MarlVplsPwIntfDecapSm::populateMplsDecapConfigHelper(Netcore::IntfId pwIntf
     lpoRequestIs(lpoKey);
     auto const response = lpoResponse(lpoKey);
     if (response && response->orientation() == Orientation::orientationAllocFailed) {
-      MARL_TRACE(kTraceNotable, kSig, " Orientation alloc failed for ", lpoKey.toStrep());
+      MARL_TRACE(kTraceNotable, kSig, " Orientation alloc failed for ", lpoKey);
       return;
     }
     auto const inLifProfile =

@@ -22,7 +22,7 @@ LifProfileOrientationKey MarlVplsPwIntfDecapSm::getLifProfileOrientationKey(
       "Netcore::IntfId, bool)";
   MARL_TRACE(kTraceDetail, kSig, " pwIntfId: ", pwIntfId, "   vlanId: ", vlanId,
              "  setVplsInstanceName: ", instanceWide);
-  auto const info = pwIntfInfo(pwIntfId);
+  auto const& info = pwIntfInfo(pwIntfId);
   bool const wholeInstance = instanceWide || !toggleMarlTunnelSplitHorizonGroupEnabled();
   auto group =
       getVlanAndVplsGroupKeyAndType(wholeInstance ? std::uint16_t{0} : vlanId,
@@ -78,7 +78,7 @@ bool MarlVplsPwIntfDecapSm::addVplsPwIntfVlanDomain(Netcore::IntfId pwIntfId,
       "bool Hardware::MarlTunnel::MarlVplsPwIntfDecapSm::addVplsPwIntfVlanDomain(Netcore::IntfId, "
       "U16)";
   MARL_TRACE(kTraceDetail, kSig, " pwIntfId: ", pwIntfId);
-  auto const info = pwIntfInfo(pwIntfId);
+  auto const& info = pwIntfInfo(pwIntfId);
   if (info.standby()) {
     addDecapConfig(pwIntfId, 0);
     return true;
@@ -108,7 +108,7 @@ void MarlVplsPwIntfDecapSm::populateAdditionalData(Netcore::IntfId pwIntfId,
   static constexpr char kSig[] =
       "void Hardware::MarlTunnel::MarlVplsPwIntfDecapSm::populateAdditionalData(Netcore::IntfId, "
       "Hardware::MarlTunnel::Orientation)";
-  auto const info = pwIntfInfo(pwIntfId);
+  auto const& info = pwIntfInfo(pwIntfId);
   auto const additionalId =
       orientation == Orientation::orientation0
           ? kSpokeAdditionalId
@@ -144,7 +144,7 @@ void MarlVplsPwIntfDecapSm::deleteVplsPwIntfLpoRequest(Netcore::IntfId pwIntfId)
              " group:", record->groupName());
 
   auto const withdraw = [&](LifProfileOrientationKey const& key) {
-    MARL_TRACE(kTraceDetail, kSig, "delete lpoRequest: for", key.toStrep());
+    MARL_TRACE(kTraceDetail, kSig, "delete lpoRequest: for", key);
     lpoRequestDel(key);
   };
   if (record->vlanAware() || !toggleMarlTunnelSplitHorizonGroupEnabled()) {

@@ -107,14 +107,14 @@ void MarlVplsPwIntfDecapSm::deleteVlanTagInfo(Netcore::IntfId pwIntfId, Bridging
   if (!record) {
     return;
   }
-  auto const info = pwIntfInfo(pwIntfId);
+  auto const& info = pwIntfInfo(pwIntfId);
   if (!info.standby() && !info.vlanAware() && toggleMarlTunnelSplitHorizonGroupEnabled()) {
     // The pair's per-VLAN-domain group, keyed as it was requested: no instance name.
     LifProfileOrientationKey const key(
         getVlanAndVplsGroupKeyAndType(vlanId.value(), Loom::String(), record->groupName(),
                                       record->splitHorizon()),
         pwIntfId);
-    MARL_TRACE(kTraceDetail, kSig, "delete lpoRequest: for", key.toStrep());
+    MARL_TRACE(kTraceDetail, kSig, "delete lpoRequest: for", key);
     lpoRequestDel(key);
   }
   if (!record->vplsInstanceName().empty() && record->decapLabel().isLabel() &&

@@ -3,9 +3,17 @@
 namespace Hardware::MarlTunnel {
 
 std::string LifProfileOrientationKey::toStrep() const {
-  auto group = group_.toStrep();
-  group.pop_back();
-  return group + ", " + pwIntfId_.toString() + ")";
+  std::string text;
+  strepInto(text);
+  return text;
+}
+
+void LifProfileOrientationKey::strepInto(std::string& out) const {
+  out.clear();
+  group_.appendStrepOpen(out);
+  out += ", ";
+  out += pwIntfId_.toString();
+  out += ')';
 }
 
 void LifProfileOrientationKey::writeText(Loom::TextWriter& w) const {

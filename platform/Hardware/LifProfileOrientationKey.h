@@ -35,6 +35,8 @@ class LifProfileOrientationKey {
 
   // Printable form for traces: "(instance, vlan, group, 0|1, Pseudowire<N>)".
   std::string toStrep() const;
+  // Replaces `out` with the printable form; `out` keeps its storage from one use to the next.
+  void strepInto(std::string& out) const;
 
   void writeText(Loom::TextWriter& w) const;
   static LifProfileOrientationKey readText(Loom::TextReader& r);

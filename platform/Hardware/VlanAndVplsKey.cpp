@@ -1,5 +1,7 @@
 #include "Hardware/VlanAndVplsKey.h"
 
+#include <charconv>
+
 #include "Bridging/VlanIdOrNone.h"
 
 namespace Hardware::MarlTunnel {
@@ -19,8 +21,21 @@ std::size_t VlanAndVplsKey::hash(std::size_t seed) const noexcept {
 }
 
 std::string VlanAndVplsKey::toStrep() const {
-  return "(" + instanceName_.str() + ", " + std::to_string(vlanId_) + ", " + groupName_.str() +
-         ", " + (splitHorizon_ ? "1" : "0") + ")";
+  std::string text;
+  appendStrepOpen(text);
+  return text += ')';
+}
+
+void VlanAndVplsKey::appendStrepOpen(std::string& out) const {
+  char digits[8];
+  auto const end = std::to_chars(digits, digits + sizeof digits, vlanId_).ptr;
+  out += '(';
+  out += instanceName_.view();
+  out += ", ";
+  out.append(digits, end);
+  out += ", ";
+  out += groupName_.view();
+  out += splitHorizon_ ? ", 1" : ", 0";
 }
 
 void VlanAndVplsKey::writeText(Loom::TextWriter& w) const {

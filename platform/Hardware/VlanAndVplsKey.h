@@ -32,6 +32,8 @@ class VlanAndVplsKey {
 
   // Printable form for traces and log messages: "(instance, vlan, group, 0|1)".
   std::string toStrep() const;
+  // Appends the printable form without its closing parenthesis.
+  void appendStrepOpen(std::string& out) const;
 
   void writeText(Loom::TextWriter& w) const;
   static VlanAndVplsKey readText(Loom::TextReader& r);

@@ -5,6 +5,7 @@
 
 #include "Cog/Toggle.h"
 #include "DecapSmFixture.h"
+#include "MarlTunnel/MarlTrace.h"
 #include "tests/platform/Trace/TraceTestSupport.h"
 
 namespace Hardware::MarlTunnel::test {
@@ -102,6 +103,27 @@ TEST_F(SplitHorizonTest, VxlanPresentRefusesOrientationsAboveFive) {
   EXPECT_TRUE(lpoConfig->lpoRequestHas(lpoKey("", 20, "g5", 5)));
   EXPECT_FALSE(lpoConfig->lpoRequestHas(lpoKey("", 20, "g6", 6)));
   EXPECT_EQ(logs, std::vector<std::string>{reducedLog("g6", "")});
+}
+
+TEST_F(SplitHorizonTest, WithdrawnRequestsTraceTheirKeys) {
+  TraceTest::TempDir dir;
+  Trace::Duallog::outputFileIs(dir / "trace");
+  Trace::Duallog::levelIs("MarlTunnel", kTraceDetail);
+  start();
+  fullPw(1, "vpls1", "grpA", false, 20);
+  fullPw(2, "vpls1", "grpB", true);
+  removeTag(1, 20);
+  removeConfig(2);
+  Trace::Duallog::levelDel("MarlTunnel");
+  Trace::Duallog::outputIsStderr();
+  auto const text = TraceTest::readFile(dir / "trace");
+  for (char const* line :
+       {"void Hardware::MarlTunnel::MarlVplsPwIntfDecapSm::deleteVlanTagInfo(Netcore::IntfId, "
+        "Bridging::VlanId)delete lpoRequest: for(, 20, grpA, 1, Pseudowire1)\n",
+        "void Hardware::MarlTunnel::MarlVplsPwIntfDecapSm::deleteVplsPwIntfLpoRequest(Netcore::"
+        "IntfId)delete lpoRequest: for(vpls1, 0, grpB, 1, Pseudowire2)\n"}) {
+    EXPECT_NE(text.find(line), std::string::npos) << line;
+  }
 }
 
 TEST_F(SplitHorizonTest, VxlanDciLogForAVlanDomainNamesTheVlan) {
