@@ -11,7 +11,6 @@ namespace {
 
 constexpr unsigned kVplsDecapKeyType = 13;
 constexpr char kUnknownName[] = "-";
-constexpr char kNoFilter[] = "None";
 
 // VPLS decap SEM key: global in-LIF in bits 0-21, normalised tag in bits 22-33.
 std::uint32_t keyGlobalInLif(std::uint64_t key) {
@@ -27,10 +26,6 @@ std::uint32_t keyLabel(std::uint64_t key) {
 // SEM payload: local LIF index in bits 4-20.
 std::uint32_t payloadLifIndex(std::uint64_t payload) {
   return static_cast<std::uint32_t>(payload >> 4 & 0x1ffff);
-}
-
-bool passes(Loom::String const& filter, Loom::String const& value) {
-  return filter == kNoFilter || filter == value;
 }
 
 }  // namespace
@@ -78,15 +73,30 @@ namespace {
 Loom::TypeRegistration const registration(ShowVplsDecapCliCallback::type());
 }
 
-std::map<std::uint32_t, Loom::String>& ShowVplsDecapCliCallback::globalInLifToIntfMap() {
-  static std::map<std::uint32_t, Loom::String> map;
+std::unordered_map<std::uint32_t, Loom::String>& ShowVplsDecapCliCallback::globalInLifToIntfMap() {
+  static std::unordered_map<std::uint32_t, Loom::String> map;
   return map;
 }
 
-std::map<Netcore::MplsLabel, Loom::String>& ShowVplsDecapCliCallback::labelToIntfMap() {
-  static std::map<Netcore::MplsLabel, Loom::String> map;
+std::unordered_map<Netcore::MplsLabel, Loom::String, Loom::Hasher<Netcore::MplsLabel>>&
+ShowVplsDecapCliCallback::labelToIntfMap() {
+  static std::unordered_map<Netcore::MplsLabel, Loom::String, Loom::Hasher<Netcore::MplsLabel>> map;
   return map;
 }
+
+namespace {
+
+// Names the pseudowire under a key of a name map; the name is only built when it differs.
+template <class Map, class Key>
+void remember(Map& names, Key const& key, Netcore::IntfId pwIntfId) {
+  auto& name = names[key];
+  auto const text = pwIntfId.toString();
+  if (name.view() != text) {
+    name = Loom::String(text);
+  }
+}
+
+}  // namespace
 
 void ShowVplsDecapCliCallback::populateGlobalInLifToIntfMap() {
   MARL_TRACE(kTraceDetail, "ShowVplsDecapCliCallback::", "populateGlobalInLifToIntfMap");
@@ -94,7 +104,7 @@ void ShowVplsDecapCliCallback::populateGlobalInLifToIntfMap() {
     return;
   }
   for (auto const& [pwIntfId, index] : hwVplsPwDecapConfig_->encapHwFecId()) {
-    globalInLifToIntfMap()[index.globalInLif()] = Loom::String(pwIntfId.toString());
+    remember(globalInLifToIntfMap(), index.globalInLif(), pwIntfId);
   }
 }
 
@@ -104,7 +114,7 @@ void ShowVplsDecapCliCallback::populateLabelToIntfMap() {
     return;
   }
   for (auto const& [pwIntfId, label] : hwVplsPwDecapConfig_->decapLabel()) {
-    labelToIntfMap()[label] = Loom::String(pwIntfId.toString());
+    remember(labelToIntfMap(), label, pwIntfId);
   }
 }
 
@@ -117,7 +127,7 @@ void ShowVplsDecapCliCallback::handleCommand(std::uint32_t fd, Loom::String cons
   words >> instanceName >> groupName >> interfaceName;
   MARL_TRACE(kTraceDetail, "instanceName = ", instanceName, " groupName = ", groupName,
              " interfaceName = ", interfaceName);
-  auto const text = printVplsDecapEntries(decapEntries(instanceName, groupName, interfaceName));
+  auto const text = printVplsDecapEntries(decapEntryList(instanceName, groupName, interfaceName));
   // Up to the first NUL byte, as a "%s" conversion would write it.
   Orb::writeAll(static_cast<int>(fd), std::string_view(text.c_str()));
 }
@@ -125,36 +135,20 @@ void ShowVplsDecapCliCallback::handleCommand(std::uint32_t fd, Loom::String cons
 VplsDecapEntryMap ShowVplsDecapCliCallback::decapEntries(Loom::String const& instanceName,
                                                          Loom::String const& groupName,
                                                          Loom::String const& interfaceName) {
-  populateLabelToIntfMap();
-  populateGlobalInLifToIntfMap();
-  Filters const filters{instanceName, groupName, interfaceName};
-  VplsDecapEntryMap result;
-  walkVplsDecap(filters, result);
-  walkMplsDecap(filters, result);
-  return result;
+  return toMap(decapEntryList(instanceName, groupName, interfaceName));
 }
 
-bool ShowVplsDecapCliCallback::fillEntry(Loom::String const& pwName, Filters const& filters,
-                                         std::uint32_t lifIndex, Marl::AradIhpLifEntry const& lif,
-                                         std::uint32_t innerDot1QTag, VplsDecapEntry& entry) const {
-  auto const pwIntfId = Netcore::IntfId(pwName.view());
-  auto const info =
-      hwVplsPwConfig_ ? hwVplsPwConfig_->vplsPwIntfInfo(pwIntfId) : Fab::VplsPwIntfInfo();
-  auto const shortName =
-      intfIdDisplayContext_ ? intfIdDisplayContext_->shortName(pwIntfId) : pwIntfId.toString();
-  if (!passes(filters.instanceName, info.vplsInstanceName()) ||
-      !passes(filters.groupName, info.groupName()) ||
-      !passes(filters.interfaceName, Loom::String(shortName))) {
-    return false;
-  }
-  Marl::AradLifPweToP2p const pwe(lif);
-  auto const label =
-      hwVplsPwDecapConfig_ ? hwVplsPwDecapConfig_->decapLabel(pwIntfId) : Netcore::MplsLabel();
-  entry =
-      VplsDecapEntry(info.vplsInstanceName(), info.groupName(), pwe.destination(),
-                     pwe.inLifProfile(), pwe.globalInLif(), lifIndex, pwe.terminationProfile(),
-                     label, innerDot1QTag, info.controlWord(), info.flowLabel(), !info.standby());
-  return true;
+VplsDecapEntryList ShowVplsDecapCliCallback::decapEntryList(Loom::String const& instanceName,
+                                                            Loom::String const& groupName,
+                                                            Loom::String const& interfaceName) {
+  populateLabelToIntfMap();
+  populateGlobalInLifToIntfMap();
+  DecapEntryCollector entries({instanceName, groupName, interfaceName}, hwVplsPwDecapConfig_,
+                              hwVplsPwConfig_, intfIdDisplayContext_,
+                              hwVplsPwDecapConfig_ ? hwVplsPwDecapConfig_->decapLabel().size() : 0);
+  walkVplsDecap(entries);
+  walkMplsDecap(entries);
+  return entries.take();
 }
 
 template <class Visit>
@@ -177,36 +171,33 @@ void ShowVplsDecapCliCallback::forEachDecapEntry(Marl::SemShadow::Table table,
   }
 }
 
-void ShowVplsDecapCliCallback::walkVplsDecap(Filters const& filters,
-                                             VplsDecapEntryMap& result) const {
-  forEachDecapEntry(Marl::SemShadow::Table::vplsDecap, [&](std::uint64_t key,
-                                                           std::uint64_t payload) {
-    auto const globalInLif = keyGlobalInLif(key);
-    // 0xfff is not a VLAN: the range error ends the command without an answer.
-    Bridging::VlanIdOrNone const tag(keyVlan(key));
-    auto const lifIndex = payloadLifIndex(payload);
-    auto const lif = lifShadow_->lifEntry(lifIndex);
-    if (!lif.isPseudowire()) {
-      return;
-    }
-    Loom::String pwName = kUnknownName;
-    if (globalInLif != 0xFFFFFFFF) {
-      auto const& name = globalInLifToIntfMap()[globalInLif];
-      if (!name.empty()) {
-        pwName = name;
-      }
-    }
-    VplsDecapEntry entry;
-    if (pwName == kUnknownName || !fillEntry(pwName, filters, lifIndex, lif, tag.value(), entry)) {
-      return;
-    }
-    Bridging::VlanIdOrNone const vlan(Marl::AradLifPweToP2p(lif).vlan());
-    result[pwName][vlan] = entry;
-  });
+void ShowVplsDecapCliCallback::walkVplsDecap(DecapEntryCollector& entries) const {
+  forEachDecapEntry(Marl::SemShadow::Table::vplsDecap,
+                    [&](std::uint64_t key, std::uint64_t payload) {
+                      auto const globalInLif = keyGlobalInLif(key);
+                      // 0xfff is not a VLAN: the range error ends the command without an answer.
+                      Bridging::VlanIdOrNone const tag(keyVlan(key));
+                      auto const lifIndex = payloadLifIndex(payload);
+                      auto const lif = lifShadow_->lifEntry(lifIndex);
+                      if (!lif.isPseudowire()) {
+                        return;
+                      }
+                      Loom::String const* pwName = nullptr;
+                      if (globalInLif != 0xFFFFFFFF) {
+                        auto const& name = globalInLifToIntfMap()[globalInLif];
+                        if (!name.empty() && name != kUnknownName) {
+                          pwName = &name;
+                        }
+                      }
+                      if (!pwName) {
+                        return;
+                      }
+                      Bridging::VlanIdOrNone const vlan(Marl::AradLifPweToP2p(lif).vlan());
+                      entries.add(*pwName, vlan, lifIndex, lif, tag.value());
+                    });
 }
 
-void ShowVplsDecapCliCallback::walkMplsDecap(Filters const& filters,
-                                             VplsDecapEntryMap& result) const {
+void ShowVplsDecapCliCallback::walkMplsDecap(DecapEntryCollector& entries) const {
   forEachDecapEntry(
       Marl::SemShadow::Table::mplsDecap, [&](std::uint64_t key, std::uint64_t payload) {
         auto const lifIndex = payloadLifIndex(payload);
@@ -220,11 +211,7 @@ void ShowVplsDecapCliCallback::walkMplsDecap(Filters const& filters,
                      "Entry present in shadow but missing from hwVplsPwDecapConfig->decapLabel");
           return;
         }
-        VplsDecapEntry entry;
-        if (!fillEntry(name, filters, lifIndex, lif, 0, entry)) {
-          return;
-        }
-        result[name][Bridging::VlanIdOrNone()] = entry;
+        entries.add(name, Bridging::VlanIdOrNone(), lifIndex, lif, 0);
       });
 }
 

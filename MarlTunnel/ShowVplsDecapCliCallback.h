@@ -1,15 +1,17 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <string_view>
+#include <unordered_map>
 
 #include "Fab/HwVplsPwConfig.h"
 #include "Fab/HwVplsPwDecapConfig.h"
 #include "Hardware/AradIhpLifTable.h"
 #include "Hardware/SemShadow.h"
+#include "Loom/Hash.h"
 #include "Loom/Ptr.h"
 #include "Loom/String.h"
+#include "MarlTunnel/DecapEntryCollector.h"
 #include "MarlTunnel/VplsDecapOutput.h"
 #include "Netcore/IntfIdDisplayContext.h"
 #include "Netcore/MplsLabel.h"
@@ -45,27 +47,23 @@ class ShowVplsDecapCliCallback : public Orb::AgentSocketCallback {
   void populateGlobalInLifToIntfMap();
   void populateLabelToIntfMap();
 
-  // The entries the command would print for these filters.
+  // The entries the command would print for these filters, as a map and as the command
+  // prints them.
   VplsDecapEntryMap decapEntries(Loom::String const& instanceName, Loom::String const& groupName,
                                  Loom::String const& interfaceName);
+  VplsDecapEntryList decapEntryList(Loom::String const& instanceName, Loom::String const& groupName,
+                                    Loom::String const& interfaceName);
 
-  static std::map<std::uint32_t, Loom::String>& globalInLifToIntfMap();
-  static std::map<Netcore::MplsLabel, Loom::String>& labelToIntfMap();
+  // Only ever looked up, never walked in order, so hashed.
+  static std::unordered_map<std::uint32_t, Loom::String>& globalInLifToIntfMap();
+  static std::unordered_map<Netcore::MplsLabel, Loom::String, Loom::Hasher<Netcore::MplsLabel>>&
+  labelToIntfMap();
 
  private:
-  struct Filters {
-    Loom::String instanceName;
-    Loom::String groupName;
-    Loom::String interfaceName;
-  };
-  // Fills the entry of one hardware entry of a known pseudowire; false when filtered out.
-  bool fillEntry(Loom::String const& pwName, Filters const& filters, std::uint32_t lifIndex,
-                 Marl::AradIhpLifEntry const& lif, std::uint32_t innerDot1QTag,
-                 VplsDecapEntry& entry) const;
   template <class Visit>
   void forEachDecapEntry(Marl::SemShadow::Table table, Visit&& visit) const;
-  void walkVplsDecap(Filters const& filters, VplsDecapEntryMap& result) const;
-  void walkMplsDecap(Filters const& filters, VplsDecapEntryMap& result) const;
+  void walkVplsDecap(DecapEntryCollector& entries) const;
+  void walkMplsDecap(DecapEntryCollector& entries) const;
 
   Loom::Ptr<Fab::HwVplsPwDecapConfig const> const hwVplsPwDecapConfig_;
   Loom::Ptr<Fab::HwVplsPwConfig const> const hwVplsPwConfig_;

@@ -23,12 +23,7 @@ Loom::TypeData const& SemShadow::type() {
 }
 
 void SemShadow::entryIs(Table table, std::uint64_t key, FapMask fapMask, Payload payload) {
-  Entry entry;
-  entry.fapMask = fapMask;
-  for (auto mask = fapMask; mask != 0; mask &= mask - 1) {
-    entry.payloadPerFap[firstFap(mask)] = payload;
-  }
-  (table == Table::vplsDecap ? vplsDecap_ : mplsDecap_)[key] = std::move(entry);
+  (table == Table::vplsDecap ? vplsDecap_ : mplsDecap_)[key] = Entry{fapMask, payload};
 }
 
 void SemShadow::entryDel(Table table, std::uint64_t key) {
@@ -55,8 +50,8 @@ SemShadow::Payload SemTableReader::payload(unsigned fap, std::uint64_t key) cons
   if (it == entries.end()) {
     return SemShadow::kEmptyPayload;
   }
-  auto const payload = it->second.payloadPerFap.find(fap);
-  return payload == it->second.payloadPerFap.end() ? SemShadow::kEmptyPayload : payload->second;
+  bool const installed = fap < 64 && (it->second.fapMask >> fap & 1) != 0;
+  return installed ? it->second.payload : SemShadow::kEmptyPayload;
 }
 
 namespace {

@@ -28,9 +28,11 @@ class SemShadow : public Loom::Node {
   static constexpr Payload kEmptyPayload = 0;
   static constexpr unsigned kTypeShift = 42;
 
+  // The agents install an entry with one payload on every FAP of its mask, so the payload of
+  // each FAP is kept once for all of them.
   struct Entry {
     FapMask fapMask = 0;
-    std::map<unsigned, Payload> payloadPerFap;
+    Payload payload = kEmptyPayload;
   };
 
   static Loom::Ptr<SemShadow> SemShadowIs();

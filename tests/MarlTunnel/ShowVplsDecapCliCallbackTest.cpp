@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <vector>
 
 #include "Loom/RangeError.h"
 #include "MarlTunnel/ShowVplsDecapCliCallback.h"
@@ -127,6 +128,36 @@ TEST_F(ShowVplsDecapCliCallbackTest, SkipsWhatCannotBeJoinedAndKeepsRemovedNames
   auto const entries = callback->decapEntries("None", "None", "None");
   ASSERT_EQ(entries.count("Pseudowire1"), 1u);
   EXPECT_EQ(entries.at("Pseudowire1").at(Bridging::VlanIdOrNone(10)).label(), Netcore::MplsLabel());
+}
+
+TEST_F(ShowVplsDecapCliCallbackTest, OrdersByNameAndVlanAndKeepsTheEntryMetLast) {
+  configure(10, "vpls1", "grpA", 1010, 510);
+  // Walk order is key order: tag 100 before tag 200, the VPLS table before the MPLS table.
+  vplsEntry(200, 510, 36, 10, 11);
+  vplsEntry(100, 510, 35, 10, 11);  // same pseudowire and VLAN, met first
+  vplsEntry(100, 502, 34, 0, 12);   // a VPLS entry without VLAN ...
+  mplsEntry(1002, 40);              // ... and the MPLS entry that replaces it
+  vplsEntry(300, 502, 37, 20, 12);
+  vplsEntry(100, 501, 33, 10, 11);
+
+  auto const list = callback->decapEntryList("None", "None", "None");
+  std::vector<std::string> names;
+  for (auto const& pw : list) {
+    names.push_back(pw.name->str());
+  }
+  // Names order as text: Pseudowire10 before Pseudowire2.
+  EXPECT_EQ(names, (std::vector<std::string>{"Pseudowire1", "Pseudowire10", "Pseudowire2"}));
+  ASSERT_EQ(list[1].vlans.size(), 1u);
+  EXPECT_EQ(list[1].vlans[0].second.lifIndex(), 36u);
+  ASSERT_EQ(list[2].vlans.size(), 2u);
+  EXPECT_TRUE(list[2].vlans[0].first.isNone());
+  EXPECT_EQ(list[2].vlans[0].second.lifIndex(), 40u);
+  EXPECT_EQ(list[2].vlans[1].first, Bridging::VlanIdOrNone(20));
+
+  auto const map = callback->decapEntries("None", "None", "None");
+  EXPECT_EQ(toMap(list), map);
+  EXPECT_EQ(printVplsDecapEntries(list).str(), printVplsDecapEntries(map).str());
+  EXPECT_EQ(ask("None None None"), printVplsDecapEntries(map).str());
 }
 
 TEST_F(ShowVplsDecapCliCallbackTest, VlanFieldAllOnesEndsTheCommandWithoutAnswer) {
