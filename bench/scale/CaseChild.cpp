@@ -9,6 +9,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string_view>
+#include <vector>
 
 #include "Hardware/Orientation.h"
 #include "MarlTunnel/VplsSmWrapper.h"
@@ -34,8 +35,20 @@ double threadSeconds() {
   return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
 }
 
+// Writes a buffer larger than the processor's caches, so that the agent's state is not in them
+// when a measurement starts: at small sizes it would otherwise still be there from the step
+// before, and small sizes would be measured warm and large ones cold.
+void evictCaches() {
+  static std::vector<std::uint64_t> buffer(std::size_t{64} << 17);  // 64 MiB
+  for (auto& word : buffer) {
+    word += 1;
+  }
+  asm volatile("" : : "r"(buffer.data()) : "memory");
+}
+
 template <class Work>
 Timing timed(Work&& work) {
+  evictCaches();
   auto const wallStart = std::chrono::steady_clock::now();
   auto const start = threadSeconds();
   work();

@@ -25,7 +25,9 @@ inline constexpr char kCaseChildOption[] = "--case-child";
 // with an answer.
 //
 // Times are the CPU time (user and system) of the thread that runs the agent, which is what the
-// agent costs however busy the machine is, and the wall time of the same run. Results are
+// agent costs however busy the machine is, and the wall time of the same run. Every measurement
+// starts with the agent's state out of the processor's caches, as it is when an agent changes
+// state written long before, whatever the size. Results are
 // checked (every entry programmed, no failed orientation, nothing left after teardown); a wrong
 // result fails the child. Prints one line per case, "<case> <cpu s> <wall s> <floor cpu s>
 // <answer bytes>", and "skipped <case> <reason>" for a case that cannot run. Returns the exit

@@ -12,6 +12,7 @@
 // floor is measured in the same process over the same entries, which is why this is a plain
 // program rather than a Google Benchmark one.
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <iostream>
@@ -33,8 +34,10 @@ namespace {
 // 65536.
 std::vector<std::uint32_t> const kDefaultPseudowires{1024, 8192, 65535};
 std::vector<std::uint32_t> const kDefaultVlans{1, 4, 8};
-// Sizes below this many entries repeat their cases (at most five times) and keep the fastest.
+// Every size runs its cases at least twice and keeps the fastest run; sizes below this many
+// entries repeat them up to five times.
 constexpr std::uint64_t kRepeatBelowEntries = 131072;
+constexpr int kMinRepetitions = 2;
 constexpr int kMaxRepetitions = 5;
 
 struct Options {
@@ -89,8 +92,9 @@ int repetitionsFor(Options const& options, std::uint64_t entries) {
   if (options.repetitions) {
     return *options.repetitions;
   }
-  auto const fit = kRepeatBelowEntries / entries;
-  return fit < 1 ? 1 : (fit > kMaxRepetitions ? kMaxRepetitions : static_cast<int>(fit));
+  auto const fit =
+      static_cast<int>(std::min<std::uint64_t>(kRepeatBelowEntries / entries, kMaxRepetitions));
+  return std::max(fit, kMinRepetitions);
 }
 
 Bench::ScaleResults measure(Options const& options) {
