@@ -17,7 +17,7 @@ constexpr char kStartupFloor[] = "startup-floor";
 }  // namespace
 
 SizeBenchmark::SizeBenchmark(PseudowireMix const& mix, int repetitions)
-    : mix_(mix), repetitions_(repetitions < 1 ? 1 : repetitions) {
+    : mix_(mix), repetitionsLeft_(repetitions < 1 ? 1 : repetitions) {
   for (char const* name : {"program", "startup", "teardown", "show"}) {
     ScaleCase c;
     c.name = name;
@@ -30,11 +30,13 @@ SizeBenchmark::SizeBenchmark(PseudowireMix const& mix, int repetitions)
   }
 }
 
-std::vector<ScaleCase> SizeBenchmark::run() {
-  for (int i = 0; i < repetitions_; ++i) {
-    runPart("program");
-    runPart("startup");
-  }
+void SizeBenchmark::runRepetition() {
+  runPart("program");
+  runPart("startup");
+  --repetitionsLeft_;
+}
+
+std::vector<ScaleCase> SizeBenchmark::results() const {
   auto results = results_;
   std::erase_if(results, [](ScaleCase const& c) {
     return c.seconds == std::numeric_limits<double>::infinity();

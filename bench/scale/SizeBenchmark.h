@@ -10,13 +10,20 @@
 namespace Bench {
 
 // Runs the cases of one size (program, startup, teardown, show; see CaseChild) against their
-// floors, each part in a fresh child process, `repetitions` times, and keeps the fastest run of
-// each case and of each floor. Throws std::runtime_error when a child fails. Single-threaded.
+// floors, each part in a fresh child process, and keeps the fastest run of each case and of
+// each floor over the repetitions. Throws std::runtime_error when a child fails.
+// Single-threaded.
 class SizeBenchmark {
  public:
   SizeBenchmark(PseudowireMix const& mix, int repetitions);
 
-  std::vector<ScaleCase> run();
+  // Repetitions still to run.
+  int repetitionsLeft() const noexcept { return repetitionsLeft_; }
+  // Runs one repetition of every case.
+  void runRepetition();
+  // The fastest runs so far.
+  std::vector<ScaleCase> results() const;
+  PseudowireMix const& mix() const noexcept { return mix_; }
   // Why the show case could not run at this size; empty when it ran.
   std::optional<std::string> const& showSkipped() const noexcept { return showSkipped_; }
 
@@ -26,7 +33,7 @@ class SizeBenchmark {
   ScaleCase& result(std::string const& name);
 
   PseudowireMix const mix_;
-  int const repetitions_;
+  int repetitionsLeft_;
   std::vector<ScaleCase> results_;
   std::optional<std::string> showSkipped_;
 };

@@ -34,10 +34,10 @@ namespace {
 // 65536.
 std::vector<std::uint32_t> const kDefaultPseudowires{1024, 8192, 65535};
 std::vector<std::uint32_t> const kDefaultVlans{1, 4, 8};
-// Every size runs its cases at least twice and keeps the fastest run; sizes below this many
+// Every size runs its cases at least three times and keeps the fastest run; sizes below this many
 // entries repeat them up to five times.
 constexpr std::uint64_t kRepeatBelowEntries = 131072;
-constexpr int kMinRepetitions = 2;
+constexpr int kMinRepetitions = 3;
 constexpr int kMaxRepetitions = 5;
 
 struct Options {
@@ -97,20 +97,35 @@ int repetitionsFor(Options const& options, std::uint64_t entries) {
   return std::max(fit, kMinRepetitions);
 }
 
+// The sizes take turns, one repetition each per round, so that a slow spell of the machine
+// costs every size one run rather than all the runs of one size.
 Bench::ScaleResults measure(Options const& options) {
-  Bench::ScaleResults results;
+  std::vector<Bench::SizeBenchmark> sizes;
   for (auto const pseudowires : options.pseudowires) {
     for (auto const vlans : options.vlans) {
       Bench::PseudowireMix const mix(pseudowires, vlans);
-      std::cerr << "measuring " << pseudowires << " x " << vlans << '\n';
-      Bench::SizeBenchmark size(mix, repetitionsFor(options, mix.entries()));
-      for (auto& c : size.run()) {
-        results.cases.push_back(std::move(c));
+      sizes.emplace_back(mix, repetitionsFor(options, mix.entries()));
+    }
+  }
+  for (int round = 1; std::any_of(sizes.begin(), sizes.end(),
+                                  [](auto const& s) { return s.repetitionsLeft() > 0; });
+       ++round) {
+    std::cerr << "round " << round << '\n';
+    for (auto& size : sizes) {
+      if (size.repetitionsLeft() > 0) {
+        size.runRepetition();
       }
-      if (size.showSkipped()) {
-        results.skipped.push_back("show at " + std::to_string(pseudowires) + " x " +
-                                  std::to_string(vlans) + ": " + *size.showSkipped());
-      }
+    }
+  }
+  Bench::ScaleResults results;
+  for (auto const& size : sizes) {
+    for (auto& c : size.results()) {
+      results.cases.push_back(std::move(c));
+    }
+    if (size.showSkipped()) {
+      auto const& mix = size.mix();
+      results.skipped.push_back("show at " + std::to_string(mix.pseudowires()) + " x " +
+                                std::to_string(mix.vlans()) + ": " + *size.showSkipped());
     }
   }
   return results;
