@@ -214,47 +214,5 @@ TEST(ScenarioRunner, WritesTheTogglesAsTheToggleFileTheAgentReads) {
   EXPECT_EQ(perVlan[0]["vlan"], 10);
 }
 
-TEST(ScenarioRunner, BeforeOpsAreFoundByTheStartUpWalkAndCleanSlateFollowsTheScenario) {
-  auto const scenario = [](bool cleanSlate) {
-    return parseScenario(std::string(R"({"cleanSlate": )") + (cleanSlate ? "true" : "false") +
-                         R"(, "before": [)" + fullPw(1, kGroup) + "]}");
-  };
-  for (bool const cleanSlate : {true, false}) {
-    ScenarioRunner runner(scenario(cleanSlate));
-    runAll(runner);
-    EXPECT_EQ(runner.harness().decapSm().startCleanSlate(), cleanSlate);
-    auto const state = stateJson(runner.harness(), runner.logs());
-    EXPECT_EQ(state["decapStatus"].size(), 1u);
-    EXPECT_TRUE(state["initialized"]);
-  }
-}
-
-TEST(ScenarioRunner, RecordsLogMessagesWithTheirArgumentTexts) {
-  ScenarioRunner runner(parseScenario(events(
-      R"({"op": "set", "table": "vxlanDciConfigured", "value": true},)" + fullPw(1, kGroup))));
-  runAll(runner);
-  ASSERT_FALSE(runner.logs().empty());
-  auto const& log = runner.logs().front();
-  EXPECT_EQ(log.id, "MARL_VPLS_SPLIT_HORIZON_REDUCED_WITH_VXLAN");
-  EXPECT_EQ(log.args, (std::vector<std::string>{"g", "v"}));
-  EXPECT_EQ(stateJson(runner.harness(), runner.logs())["logs"][0],
-            nlohmann::ordered_json::parse(
-                R"({"id": "MARL_VPLS_SPLIT_HORIZON_REDUCED_WITH_VXLAN", "args": ["g", "v"]})"));
-}
-
-TEST(ScenarioRunner, RestartBuildsANewAgentOverTheSameState) {
-  ScenarioRunner runner(parseScenario(
-      events(fullPw(1, kGroup) + R"(, {"op": "set", "table": "startupSyncDone", "value": true},
-                             {"op": "restart"},
-                             {"op": "set", "table": "startupSyncDone", "value": true})")));
-  auto const steps = runAll(runner);
-  ASSERT_FALSE(steps.back().error);
-  auto const state = stateJson(runner.harness(), runner.logs());
-  EXPECT_EQ(state["allocatorStartupSyncDoneCalls"], 2);
-  EXPECT_EQ(state["localPwInfo"].size(), 1u);
-  EXPECT_EQ(state["localPwInfo"][0]["countProgrammed"], 1);
-  EXPECT_EQ(state["decapStatus"].size(), 1u);
-}
-
 }  // namespace
 }  // namespace Sim::test
