@@ -40,13 +40,6 @@ class LogTest : public ::testing::Test {
   std::vector<Recorded> recorded_;
 };
 
-TEST_F(LogTest, DefaultSinkWritesOneLineWithTheIdentifier) {
-  TraceTest::StderrCapture err;
-  Cog::log(TEST_LOG_TWO_SLOTS, "g1", std::string("vpls1"), 3);
-  err.restore();
-  EXPECT_EQ(err.text(), "TEST_LOG_TWO_SLOTS: group g1 in instance vpls1 is short of 3.\n");
-}
-
 TEST_F(LogTest, ReplacedSinkGetsMessageArgumentsAndText) {
   record();
   TraceTest::StderrCapture err;

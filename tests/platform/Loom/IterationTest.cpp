@@ -148,17 +148,4 @@ TYPED_TEST(LoomIteration, MembersInsertedAheadAreVisitedAndBehindAreNot) {
   EXPECT_EQ(this->contents(), (Numbers{1, 2, 3, 4, 9}));
 }
 
-TEST(LoomIterationOrder, InterfaceIdsOrderByNumberWithTheEmptyIdFirst) {
-  Loom::Collection<IntfId, int> byId;
-  for (auto const* name : {"Pseudowire10", "Pseudowire2", "", "Pseudowire65535", "Pseudowire1"}) {
-    byId.set(IntfId(name), 0);
-  }
-  std::vector<std::string> names;
-  for (auto const& [id, value] : byId) {
-    names.push_back(id.toString());
-  }
-  EXPECT_EQ(names, (std::vector<std::string>{"", "Pseudowire1", "Pseudowire2", "Pseudowire10",
-                                             "Pseudowire65535"}));
-}
-
 }  // namespace
