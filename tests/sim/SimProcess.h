@@ -7,11 +7,11 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
-#include <sstream>
 #include <string>
 #include <vector>
+
+#include "tests/platform/Trace/TraceTestSupport.h"
 
 namespace Sim::test {
 
@@ -22,38 +22,16 @@ inline std::filesystem::path sourceDir() {
   return VPLS_DECAP_SOURCE_DIR;
 }
 
-inline std::string readFile(std::filesystem::path const& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
+using TraceTest::readFile;
 
 // A private directory, removed with everything in it when the owner goes.
-class TempDir {
+class TempDir : public TraceTest::TempDir {
  public:
-  TempDir() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "sim-test.XXXXXX").string();
-    if (::mkdtemp(pattern.data()) != nullptr) {
-      path_ = pattern;
-    }
-  }
-  ~TempDir() {
-    std::error_code ec;
-    std::filesystem::remove_all(path_, ec);
-  }
-  TempDir(TempDir const&) = delete;
-  TempDir& operator=(TempDir const&) = delete;
-
-  std::filesystem::path const& path() const { return path_; }
   std::filesystem::path write(std::string const& name, std::string const& text) const {
-    auto const file = path_ / name;
-    std::ofstream(file, std::ios::binary) << text;
+    auto const file = path() / name;
+    TraceTest::writeFile(file, text);
     return file;
   }
-
- private:
-  std::filesystem::path path_;
 };
 
 // How a run of the runner ended: its exit code, or the signal that ended it, and its output.
