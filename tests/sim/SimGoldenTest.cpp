@@ -24,7 +24,7 @@ class Example : public ::testing::TestWithParam<char const*> {
   }
 };
 
-TEST_P(Example, MatchesItsGoldenFileField) {
+TEST_P(Example, MatchesItsGoldenFile) {
   TempDir dir;
   auto const result = runSim(dir, {"run", example().string(), "--json"});
   ASSERT_EQ(result.exitCode, 0) << result.err;
