@@ -407,9 +407,9 @@ std::string describeValue(Op const& op) {
   switch (op.table) {
     case Table::vplsPwIntfInfo: {
       auto const& info = op.pwIntfInfo;
-      std::string text = "instance \"" + info.vplsInstanceName().str() + "\"";
+      std::string text = "instance \"" + printable(info.vplsInstanceName().str()) + "\"";
       if (!info.groupName().empty()) {
-        text += " group \"" + info.groupName().str() + "\"";
+        text += " group \"" + printable(info.groupName().str()) + "\"";
       }
       std::pair<bool, char const*> const flags[] = {
           {info.splitHorizon(), "split-horizon"}, {info.standby(), "standby"},
@@ -464,7 +464,7 @@ std::string describe(Op const& op) {
     case OpKind::restart:
       return "restart";
     case OpKind::show:
-      return "show \"" + op.showArgs + "\"";
+      return "show \"" + printable(op.showArgs) + "\"";
     default:
       break;
   }

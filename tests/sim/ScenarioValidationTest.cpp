@@ -174,7 +174,7 @@ TEST(Scenario, AcceptsEveryOpFormAndKeepsTheValues) {
     "comment": "ignored", "cleanSlate": false, "meshGroups": 1,
     "toggles": {"MarlTunnelSplitHorizonGroup": false},
     "before": [{"op": "set", "table": "vplsPwIntfInfo", "key": "Pseudowire65535",
-                "value": {"vplsInstanceName": "v", "groupName": "g", "standby": true,
+                "value": {"vplsInstanceName": "v", "groupName": "g\"\n", "standby": true,
                           "flowLabel": true}}],
     "events": [
       {"op": "set", "table": "vlanTagInfo", "key": {"pw": "Pseudowire1", "vlan": 4094}, "value": 0},
@@ -182,7 +182,7 @@ TEST(Scenario, AcceptsEveryOpFormAndKeepsTheValues) {
        "value": {"hwFecId": 4294967295, "globalInLif": 7}},
       {"op": "set", "table": "vxlanDciConfigured", "value": true, "comment": "c"},
       {"op": "show"},
-      {"op": "show", "args": "None None None"},
+      {"op": "show", "args": "None None None\n"},
       {"op": "restart"}]})");
   EXPECT_FALSE(scenario.cleanSlate);
   EXPECT_EQ(scenario.meshGroups, 1u);
@@ -190,7 +190,8 @@ TEST(Scenario, AcceptsEveryOpFormAndKeepsTheValues) {
   EXPECT_EQ(scenario.toggles->at("MarlTunnelSplitHorizonGroup"), false);
   ASSERT_EQ(scenario.before.size(), 1u);
   EXPECT_EQ(describe(scenario.before[0]),
-            "set vplsPwIntfInfo Pseudowire65535 = instance \"v\" group \"g\" standby flow-label");
+            "set vplsPwIntfInfo Pseudowire65535 = instance \"v\" group \"g\\\"\\n\" standby "
+            "flow-label");
   ASSERT_EQ(scenario.events.size(), 6u);
   EXPECT_EQ(describe(scenario.events[0]), "set vlanTagInfo Pseudowire1 vlan 4094 = 0");
   EXPECT_EQ(scenario.events[1].hwFecIndex.hwFecId(), 4294967295u);
@@ -198,7 +199,8 @@ TEST(Scenario, AcceptsEveryOpFormAndKeepsTheValues) {
   EXPECT_EQ(describe(scenario.events[2]), "set vxlanDciConfigured = true");
   EXPECT_EQ(scenario.events[2].comment, "c");
   EXPECT_EQ(scenario.events[3].showArgs, "");
-  EXPECT_EQ(describe(scenario.events[4]), "show \"None None None\"");
+  // Names and arguments are escaped, so that a step's description stays on one line.
+  EXPECT_EQ(describe(scenario.events[4]), "show \"None None None\\n\"");
   EXPECT_EQ(scenario.events[5].kind, OpKind::restart);
 }
 
