@@ -26,8 +26,7 @@ SCENARIO = ROOT / "examples" / "show-command.json"
 
 def load_frontend():
     loader = importlib.machinery.SourceFileLoader("show_vpls_decap", str(FRONTEND))
-    spec = importlib.util.spec_from_loader(loader.name, loader)
-    module = importlib.util.module_from_spec(spec)
+    module = importlib.util.module_from_spec(importlib.util.spec_from_loader(loader.name, loader))
     loader.exec_module(module)
     return module
 
