@@ -9,7 +9,7 @@
 // and off. The allocator has one mesh slot per domain (so allocations fail) or three (so VXLAN
 // refuses orientation 6).
 //
-// A step is chosen first among the moves that are valid now (weighted: writes outweigh
+// A step is chosen first among the steps that are valid now (weighted: writes outweigh
 // removals, so that pseudowires get programmed), then its values, so that every choice the
 // sequence makes is one that matters.
 
@@ -42,27 +42,8 @@ struct Action {
   std::function<void()> apply;
 };
 
-// A step that is valid now, before its values are chosen.
-enum class Move : std::uint8_t {
-  config,
-  standbyConfig,  // a configuration that may only be a standby one (rule 2)
-  label,
-  fec,
-  tag,
-  removeConfig,
-  removeLabel,
-  removeFec,
-  removeTag,
-  vxlan,
-  vxlanDci,
-};
-
-struct Candidate {
-  Move move;
-  std::uint32_t pw = 0;
-  std::uint32_t vlan = 0;  // of removeTag
-  std::uint32_t weight = 1;
-};
+// A step that is valid now; calling it chooses its values.
+using Step = std::function<Action()>;
 
 // What a pseudowire went through that some checks must allow for; forgotten with its record,
 // except `desynced`.
@@ -95,17 +76,8 @@ class Sequence {
   // Runs the steps and the final removal; returns what went wrong, empty when nothing did.
   std::string run() {
     while (choices_.anotherStep()) {
-      auto const candidates = validMoves();
-      std::uint32_t total = 0;
-      for (auto const& c : candidates) {
-        total += c.weight;
-      }
-      auto chosen = pick(total);
-      auto it = candidates.begin();
-      for (; chosen >= it->weight; ++it) {
-        chosen -= it->weight;
-      }
-      if (auto failure = apply(actionFor(*it)); !failure.empty()) {
+      auto const steps = validSteps();
+      if (auto failure = apply(steps[pick(steps.size())]()); !failure.empty()) {
         return failure;
       }
     }
@@ -121,6 +93,14 @@ class Sequence {
   bool labelled(std::uint32_t n) const { return r_.decapConfig->decapLabelHas(pw(n)); }
   bool failedAnswer(LifProfileOrientationKey const& key) const {
     return r_.lpoStatus->lpoResponse(key).orientation() == Orientation::orientationAllocFailed;
+  }
+  // The pseudowire has an orientation request whose allocation failed (or, `failed` false, one
+  // that was granted).
+  bool hasRequest(std::uint32_t n, bool failed) const {
+    auto const& requests = r_.lpoConfig->lpoRequest();
+    return std::any_of(requests.begin(), requests.end(), [&](auto const& key) {
+      return key.pwIntfId() == pw(n) && failedAnswer(key) == failed;
+    });
   }
   // The record's flags are those of the configuration.
   bool inSync(std::uint32_t n) const {
@@ -162,109 +142,86 @@ class Sequence {
            });
   }
 
-  std::vector<Candidate> removalMoves() const {
-    std::vector<Candidate> out;
+  std::vector<Action> removals() {
+    std::vector<Action> out;
     for (auto n : kPws) {
+      auto const p = "pw" + std::to_string(n);
       if (configured(n)) {
-        out.push_back({Move::removeConfig, n});
+        out.push_back({p + " config -", [=, this] { r_.removeConfig(n); }});
       }
       if (labelled(n)) {
-        out.push_back({Move::removeLabel, n});
+        out.push_back({p + " label -", [=, this] { r_.removeLabel(n); }});
       }
       if (r_.decapConfig->encapHwFecIdHas(pw(n))) {
-        out.push_back({Move::removeFec, n});
+        out.push_back({p + " FEC -", [=, this] { r_.removeFec(n); }});
       }
       for (auto v : kVlans) {
         if (r_.decapConfig->vlanTagInfoHas(pwVlan(n, v))) {
-          out.push_back({Move::removeTag, n, v});
+          out.push_back(
+              {p + " VLAN " + std::to_string(v) + " -", [=, this] { r_.removeTag(n, v); }});
         }
       }
     }
     return out;
   }
 
-  std::vector<Candidate> validMoves() const {
-    auto out = removalMoves();
+  // The steps valid now, each as often as its weight: writes outweigh removals.
+  std::vector<Step> validSteps() {
+    std::vector<Step> out;
+    auto const add = [&out](std::uint32_t weight, Step const& step) {
+      out.insert(out.end(), weight, step);
+    };
+    for (auto const& action : removals()) {
+      add(1, [action] { return action; });
+    }
     for (auto n : kPws) {
-      out.push_back({nonStandbyConfigAllowed(n) ? Move::config : Move::standbyConfig, n, 0,
-                     nonStandbyConfigAllowed(n) ? 2u : 1u});
+      auto const p = "pw" + std::to_string(n);
+      bool const anyConfig = nonStandbyConfigAllowed(n);  // else only a standby one (rule 2)
+      add(anyConfig ? 2 : 1, [=, this] {
+        bool const standby = !anyConfig || chance(12);
+        auto const instance = std::string(chance(50) ? "A" : "B");
+        auto const group = std::vector<std::string>{"", "g1", "g2", "g3"}[pick(4)];
+        bool const vlanAware = chance(30);
+        bool const splitHorizon = chance(80);
+        return Action{
+            p + " config " + instance + "/" + group + (standby ? " standby" : "") +
+                (vlanAware ? " vlanAware" : "") + (splitHorizon ? "" : " noSH"),
+            [=, this] { r_.config(n, instance, group, standby, vlanAware, splitHorizon); }};
+      });
       if (!stuckStandby(n)) {
-        out.push_back({Move::label, n, 0, 3});
+        add(3, [=, this] {
+          auto const label = 1000 * n + pick(2);
+          return Action{p + " label " + std::to_string(label), [=, this] { r_.label(n, label); }};
+        });
       }
-      out.push_back({Move::fec, n, 0, 3});
+      add(3, [=, this] {
+        auto const f = pick(2);
+        return Action{p + " FEC " + std::to_string(f),
+                      [=, this] { r_.fec(n, 0x100 + f, 0x5000 + f); }};
+      });
       if (!(stuckStandby(n) && labelled(n))) {
-        out.push_back({Move::tag, n, 0, 3});
+        add(3, [=, this] {
+          auto const v = kVlans[pick(3)];
+          auto const i = pick(v == 30 ? 3 : 2);
+          auto const tag = i == 2 ? 0 : 100 * (i + 1) + v;
+          return Action{p + " VLAN " + std::to_string(v) + " tag " + std::to_string(tag),
+                        [=, this] { r_.tag(n, v, tag); }};
+        });
       }
     }
     bool const present = r_.vtep->vxlanPresent();
     bool const dci = r_.vtep->vxlanDciConfigured();
     if (vxlanEvents_ && vxlanChangeAllowed(!present, dci)) {
-      out.push_back({Move::vxlan});
+      add(1, [=, this] {
+        return Action{std::string("VXLAN ") + (present ? "-" : "+"),
+                      [=, this] { r_.vtep->vxlanPresentIs(!present); }};
+      });
     }
     if (vxlanEvents_ && vxlanChangeAllowed(present, !dci)) {
-      out.push_back({Move::vxlanDci});
-    }
-    return out;
-  }
-
-  // The step of a move, with its values chosen now.
-  Action actionFor(Candidate const& c) {
-    auto const n = c.pw;
-    auto const p = "pw" + std::to_string(n);
-    switch (c.move) {
-      case Move::config:
-      case Move::standbyConfig: {
-        bool const standby = c.move == Move::standbyConfig || chance(12);
-        auto const instance = std::string(chance(50) ? "A" : "B");
-        auto const group = std::vector<std::string>{"", "g1", "g2", "g3"}[pick(4)];
-        bool const vlanAware = chance(30);
-        bool const splitHorizon = chance(80);
-        return {p + " config " + instance + "/" + group + (standby ? " standby" : "") +
-                    (vlanAware ? " vlanAware" : "") + (splitHorizon ? "" : " noSH"),
-                [=, this] { r_.config(n, instance, group, standby, vlanAware, splitHorizon); }};
-      }
-      case Move::label: {
-        auto const label = 1000 * n + pick(2);
-        return {p + " label " + std::to_string(label), [=, this] { r_.label(n, label); }};
-      }
-      case Move::fec: {
-        auto const f = pick(2);
-        return {p + " FEC " + std::to_string(f), [=, this] { r_.fec(n, 0x100 + f, 0x5000 + f); }};
-      }
-      case Move::tag: {
-        auto const v = kVlans[pick(3)];
-        auto const i = pick(v == 30 ? 3 : 2);
-        auto const tag = i == 2 ? 0 : 100 * (i + 1) + v;
-        return {p + " VLAN " + std::to_string(v) + " tag " + std::to_string(tag),
-                [=, this] { r_.tag(n, v, tag); }};
-      }
-      case Move::removeConfig:
-        return {p + " config -", [=, this] { r_.removeConfig(n); }};
-      case Move::removeLabel:
-        return {p + " label -", [=, this] { r_.removeLabel(n); }};
-      case Move::removeFec:
-        return {p + " FEC -", [=, this] { r_.removeFec(n); }};
-      case Move::removeTag:
-        return {p + " VLAN " + std::to_string(c.vlan) + " -",
-                [=, this, v = c.vlan] { r_.removeTag(n, v); }};
-      case Move::vxlan: {
-        bool const present = r_.vtep->vxlanPresent();
-        return {std::string("VXLAN ") + (present ? "-" : "+"),
-                [=, this] { r_.vtep->vxlanPresentIs(!present); }};
-      }
-      case Move::vxlanDci: {
-        bool const dci = r_.vtep->vxlanDciConfigured();
-        return {std::string("VXLAN DCI ") + (dci ? "-" : "+"),
-                [=, this] { r_.vtep->vxlanDciConfiguredIs(!dci); }};
-      }
-    }
-    return {};
-  }
-
-  std::vector<Action> removals() {
-    std::vector<Action> out;
-    for (auto const& c : removalMoves()) {
-      out.push_back(actionFor(c));
+      add(1, [=, this] {
+        return Action{std::string("VXLAN DCI ") + (dci ? "-" : "+"),
+                      [=, this] { r_.vtep->vxlanDciConfiguredIs(!dci); }};
+      });
     }
     return out;
   }
@@ -297,10 +254,7 @@ class Sequence {
         h.everStandby = h.standbyEntryLost = h.orientationRefused = false;
         continue;
       }
-      for (auto const& key : r_.lpoConfig->lpoRequest()) {
-        h.orientationRefused =
-            h.orientationRefused || (key.pwIntfId() == pw(n) && failedAnswer(key));
-      }
+      h.orientationRefused = h.orientationRefused || hasRequest(n, true);
       h.everStandby = h.everStandby || record->standby();
       for (auto const v : untaggedOfStandby[n]) {
         h.standbyEntryLost = h.standbyEntryLost || !record->normalisedTagPerVlanHas(v);
@@ -482,19 +436,13 @@ class Sequence {
       auto const statuses =
           std::count_if(r_.decapStatus->decapStatus().begin(), r_.decapStatus->decapStatus().end(),
                         [&](auto const& s) { return s.first.pwIntfId() == pw(n); });
-      bool granted = false;
-      bool failed = false;
-      for (auto const& key : r_.lpoConfig->lpoRequest()) {
-        granted = granted || (key.pwIntfId() == pw(n) && !failedAnswer(key));
-        failed = failed || (key.pwIntfId() == pw(n) && failedAnswer(key));
-      }
 
       // A standby pseudowire has its single entry while it has a label, and nothing else.
       if (record->standby() && inSync(n)) {
         auto const* info = table.find(MplsDecapInfoKey(label, Bridging::VlanIdOrNone()));
         bool const entry = info && info->inLifProfile() == Jericho2LifProfiles::noLifProfile_;
         if ((entry ? !label.isLabel() : label.isLabel() && !h.standbyEntryLost) || statuses != 0 ||
-            (granted && !h.desynced) || r_.pwStatus->encapAdditionalIdHas(pw(n))) {
+            (hasRequest(n, false) && !h.desynced) || r_.pwStatus->encapAdditionalIdHas(pw(n))) {
           fail(p + ": standby pseudowire without its single entry, or with more");
         }
       }
@@ -523,7 +471,7 @@ class Sequence {
       // whose group is requested.
       if (r_.vtep->vxlanPresent() || r_.vtep->vxlanDciConfigured() || !inSync(n) ||
           record->standby() || record->vplsInstanceName().empty() || !label.isLabel() ||
-          !record->encapHwFecIdAvail() || failed) {
+          !record->encapHwFecIdAvail() || hasRequest(n, true)) {
         continue;
       }
       auto const fec = r_.decapConfig->encapHwFecId(pw(n));
