@@ -1,6 +1,9 @@
 #pragma once
 
+#include <algorithm>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Cog/Log.h"
@@ -31,29 +34,6 @@ inline LifProfileOrientationKey lpoKey(std::string const& instance, std::uint16_
 inline std::string reducedLog(std::string const& group, std::string const& instance) {
   return "MARL_VPLS_SPLIT_HORIZON_REDUCED_WITH_VXLAN(" + group + ", " + instance + ")";
 }
-
-// Every change of the orientation requests, in order: the key's printable form in `made` when a
-// request is written (also again), in `withdrawn` when one is removed.
-class LpoRequestRecorder : public LifProfileOrientationConfig::Reactor {
- public:
-  explicit LpoRequestRecorder(Loom::Ptr<LifProfileOrientationConfig> config)
-      : config_(std::move(config)) {
-    config_->publisher().subscribe(*this);
-  }
-  ~LpoRequestRecorder() override { config_->publisher().unsubscribe(*this); }
-  LpoRequestRecorder(LpoRequestRecorder const&) = delete;
-  LpoRequestRecorder& operator=(LpoRequestRecorder const&) = delete;
-
-  void onLpoRequest(LifProfileOrientationKey const& key) override {
-    (config_->lpoRequestHas(key) ? made : withdrawn).push_back(key.toStrep());
-  }
-
-  std::vector<std::string> made;
-  std::vector<std::string> withdrawn;
-
- private:
-  Loom::Ptr<LifProfileOrientationConfig> config_;
-};
 
 // The decap state machine on real platform entities, with the orientation allocator answering
 // its requests, and the structured log messages recorded. Inputs are written through the input
@@ -188,6 +168,87 @@ struct DecapSmRig {
   Loom::Ptr<StartupStageStatus> startupStage = StartupStageStatus::StartupStageStatusIs();
   Loom::Ptr<MarlVplsPwIntfDecapSm> sm;
   std::vector<std::string> logs;
+};
+
+// Every change of the state machine's outputs, in order: "<output> +" when an entry is written
+// (also again), "<output> -" when one is removed. VTT2 entries are told apart from the other
+// decap entries by the profile they were written with. Withdrawn orientation requests are also
+// kept by key, in their printable form.
+class OutputRecorder : LifProfileOrientationConfig::Reactor,
+                       Fab::LabelToPwIntfId::Reactor,
+                       MplsDecapConfig::Reactor,
+                       Fab::HwVplsPwDecapStatus::Reactor,
+                       EsemConfigVpls::Reactor,
+                       TagPopPushConfig::Reactor,
+                       EvecProfileRequestDir::Reactor {
+ public:
+  explicit OutputRecorder(DecapSmRig& rig) : r_(rig) { subscribe(true); }
+  ~OutputRecorder() override { subscribe(false); }
+  OutputRecorder(OutputRecorder const&) = delete;
+  OutputRecorder& operator=(OutputRecorder const&) = delete;
+
+  // The changes since the last call; with `outputs`, only those of outputs named so.
+  std::vector<std::string> take(std::vector<std::string> const& outputs = {}) {
+    std::vector<std::string> out;
+    for (auto const& e : std::exchange(events_, {})) {
+      if (outputs.empty() || std::any_of(outputs.begin(), outputs.end(),
+                                         [&](auto const& o) { return e.starts_with(o); })) {
+        out.push_back(e);
+      }
+    }
+    return out;
+  }
+
+  std::vector<std::string> withdrawnRequests;
+
+ private:
+  void subscribe(bool on) {
+    auto const each = [&](auto&... publishers) {
+      ((on ? publishers.subscribe(*this) : publishers.unsubscribe(*this)), ...);
+    };
+    each(r_.lpoConfig->publisher(), r_.labelToPw->publisher(), r_.mplsDecapConfig->publisher(),
+         r_.decapStatus->publisher(), r_.esemConfig->publisher(), r_.tagPopPush->publisher(),
+         r_.evec->publisher());
+  }
+  void add(std::string const& what, bool present) {
+    events_.push_back(what + (present ? " +" : " -"));
+  }
+
+  void onLpoRequest(LifProfileOrientationKey const& k) override {
+    bool const present = r_.lpoConfig->lpoRequestHas(k);
+    add("orientation request", present);
+    if (!present) {
+      withdrawnRequests.push_back(k.toStrep());
+    }
+  }
+  void onLabelToPwIntf(Netcore::MplsLabel const& k) override {
+    add("label map", r_.labelToPw->labelToPwIntfHas(k));
+  }
+  void onConfig(MplsDecapInfoKey const& k) override {
+    bool const present = r_.mplsDecapConfig->configHas(k);
+    if (present && r_.mplsDecapConfig->config(k).inLifProfile() ==
+                       Marl::Jericho2LifProfiles::vplsVtt2InLifProfile_) {
+      vtt2_.insert(k);
+    }
+    add(vtt2_.contains(k) ? "VTT2 entry" : "decap entry", present);
+    if (!present) {
+      vtt2_.erase(k);
+    }
+  }
+  void onDecapStatus(Fab::VplsPwIntfVlanKey const& k) override {
+    add("decap status", r_.decapStatus->decapStatusHas(k));
+  }
+  void onEsemConfig(EsemConfigKeyVpls const& k) override {
+    add("ESEM " + std::to_string(k.vlanDomain()), r_.esemConfig->esemConfigHas(k));
+  }
+  void onApp(Marl::VtAppId const& k) override { add("app", r_.tagPopPush->appHas(k)); }
+  void onEvecProfileRequest(EvecProfileKey const& k) override {
+    add("EVEC", r_.evec->evecProfileRequestHas(k));
+  }
+
+  DecapSmRig& r_;
+  std::vector<std::string> events_;
+  std::set<MplsDecapInfoKey> vtt2_;
 };
 
 }  // namespace Hardware::MarlTunnel::test

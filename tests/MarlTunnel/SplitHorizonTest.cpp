@@ -13,33 +13,35 @@ namespace {
 
 using Marl::Jericho2LifProfiles;
 
-class SplitHorizonTest : public DecapSmFixture {
- protected:
-  // Pseudowires 1 to n, each in its own group g<n> of the VLAN-aware instance vpls1, so that
-  // pseudowire n holds mesh slot n: orientation n + 3, profile 10 + n, additional id n + 5.
-  void meshGroups(std::uint32_t n) {
-    for (std::uint32_t i = 1; i <= n; ++i) {
-      fullPw(i, "vpls1", group(i), true);
-    }
-  }
-  static std::string group(std::uint32_t n) { return "g" + std::to_string(n); }
-  static LifProfileOrientationKey meshKey(std::uint32_t n) {
-    return lpoKey("vpls1", 0, group(n), n);
-  }
+std::string group(std::uint32_t n) {
+  return "g" + std::to_string(n);
+}
+LifProfileOrientationKey meshKey(std::uint32_t n) {
+  return lpoKey("vpls1", 0, group(n), n);
+}
 
-  // Pseudowire n is programmed in mesh slot n, or has nothing programmed at all.
-  void expectProgrammed(std::uint32_t n, bool programmed) {
-    SCOPED_TRACE("pseudowire " + std::to_string(n));
-    EXPECT_EQ(lpoConfig->lpoRequestHas(meshKey(n)), programmed);
-    EXPECT_EQ(hasEntry(1000 + n, 100), programmed);
-    EXPECT_EQ(decapStatus->decapStatusHas(pwVlan(n, 10)), programmed);
-    EXPECT_EQ(additionalId(n), programmed ? n + 5u : 0u);
-    if (programmed) {
-      EXPECT_EQ(toValue(orientation(meshKey(n))), n + 3u);
-      EXPECT_EQ(Marl::toValue(entry(1000 + n, 100).inLifProfile()), 10u + n);
-    }
+// Pseudowires 1 to n, each in its own group g<n> of the VLAN-aware instance vpls1, so that
+// pseudowire n holds mesh slot n: orientation n + 3, profile 10 + n, additional id n + 5.
+void meshGroups(DecapSmRig& r, std::uint32_t n) {
+  for (std::uint32_t i = 1; i <= n; ++i) {
+    r.fullPw(i, "vpls1", group(i), true);
   }
-};
+}
+
+// Pseudowire n is programmed in mesh slot n, or has nothing programmed at all.
+void expectProgrammed(DecapSmRig const& r, std::uint32_t n, bool programmed) {
+  SCOPED_TRACE("pseudowire " + std::to_string(n));
+  EXPECT_EQ(r.lpoConfig->lpoRequestHas(meshKey(n)), programmed);
+  EXPECT_EQ(r.hasEntry(1000 + n, 100), programmed);
+  EXPECT_EQ(r.decapStatus->decapStatusHas(pwVlan(n, 10)), programmed);
+  EXPECT_EQ(r.additionalId(n), programmed ? n + 5u : 0u);
+  if (programmed) {
+    EXPECT_EQ(toValue(r.orientation(meshKey(n))), n + 3u);
+    EXPECT_EQ(Marl::toValue(r.entry(1000 + n, 100).inLifProfile()), 10u + n);
+  }
+}
+
+class SplitHorizonTest : public DecapSmFixture {};
 
 TEST_F(SplitHorizonTest, AdditionalIdFollowsOrientation) {
   // Orientations 0 and 3 both give 5; the others give orientation + 2.
@@ -58,9 +60,9 @@ TEST_F(SplitHorizonTest, AdditionalIdFollowsOrientation) {
 
 TEST_F(SplitHorizonTest, AllocationFailureKeepsTheRequestUntilARetrySucceeds) {
   start();
-  meshGroups(5);
+  meshGroups(*this, 5);
   for (std::uint32_t n = 1; n <= 4; ++n) {
-    expectProgrammed(n, true);
+    expectProgrammed(*this, n, true);
   }
   // Four mesh slots per domain: the fifth group fails, and nothing of it is programmed.
   EXPECT_TRUE(lpoConfig->lpoRequestHas(meshKey(5)));
@@ -68,6 +70,8 @@ TEST_F(SplitHorizonTest, AllocationFailureKeepsTheRequestUntilARetrySucceeds) {
   EXPECT_EQ(additionalId(5), 0);
   EXPECT_FALSE(hasEntry(1005, 100));
   EXPECT_FALSE(decapStatus->decapStatusHas(pwVlan(5, 10)));
+  EXPECT_FALSE(labelToPw->labelToPwIntfHas(Netcore::MplsLabel(1005)));
+  EXPECT_EQ(countProgrammed(5), 0u);
   EXPECT_TRUE(sm->localPwInfo(pw(5))->placeholder());
 
   // Freeing slot 1 answers nothing by itself; the next configuration of the pseudowire retries.
@@ -85,11 +89,11 @@ TEST_F(SplitHorizonTest, AllocationFailureKeepsTheRequestUntilARetrySucceeds) {
 TEST_F(SplitHorizonTest, VxlanPresentRefusesOrientationsAboveFive) {
   start();
   vtep->vxlanPresentIs(true);
-  meshGroups(3);
-  expectProgrammed(1, true);
-  expectProgrammed(2, true);  // orientation 5 is the highest allowed
+  meshGroups(*this, 3);
+  expectProgrammed(*this, 1, true);
+  expectProgrammed(*this, 2, true);  // orientation 5 is the highest allowed
   // Orientation 6: logged, withdrawn (freeing the slot), nothing programmed.
-  expectProgrammed(3, false);
+  expectProgrammed(*this, 3, false);
   EXPECT_FALSE(lpoStatus->lpoResponseHas(meshKey(3)));
   EXPECT_EQ(allocator->slotOf(meshKey(3).vlanAndVplsKey()), 0u);
   EXPECT_EQ(logs, std::vector<std::string>{reducedLog("g3", "vpls1")});
@@ -153,9 +157,7 @@ TEST_F(SplitHorizonTest, RetractFollowsTheVxlanRegime) {
     SCOPED_TRACE(c.name);
     DecapSmRig r;
     r.start();
-    for (std::uint32_t n = 1; n <= 4; ++n) {
-      r.fullPw(n, "vpls1", group(n), true);
-    }
+    meshGroups(r, 4);
     r.config(5, "vpls1", "g5", true);
     r.label(5, 1005);
     for (auto const& [present, dci] : c.vtep) {
@@ -167,18 +169,10 @@ TEST_F(SplitHorizonTest, RetractFollowsTheVxlanRegime) {
       expectedLogs.push_back(reducedLog(group(n), "(vpls1, 0, " + group(n) + ", 1)"));
     }
     EXPECT_EQ(r.logs, expectedLogs);
-    std::vector<std::string> expectedRequests;
+    EXPECT_EQ(r.requests().size(), c.programmed.size());
     for (std::uint32_t n = 1; n <= 4; ++n) {
-      bool const programmed = std::count(c.programmed.begin(), c.programmed.end(), n) > 0;
-      SCOPED_TRACE("pseudowire " + std::to_string(n));
-      EXPECT_EQ(r.hasEntry(1000 + n, 100), programmed);
-      EXPECT_EQ(r.additionalId(n), programmed ? n + 5u : 0u);
-      if (programmed) {
-        expectedRequests.push_back(meshKey(n).toStrep());
-        EXPECT_EQ(toValue(r.orientation(meshKey(n))), n + 3u);
-      }
+      expectProgrammed(r, n, std::count(c.programmed.begin(), c.programmed.end(), n) > 0);
     }
-    EXPECT_EQ(r.requests(), expectedRequests);
     EXPECT_TRUE(r.hasEntry(1005, 0)) << "standby pseudowire";
   }
 }
@@ -205,19 +199,20 @@ TEST_F(SplitHorizonTest, VxlanGoneReDrivesOnlyOnceInitialized) {
   // nothing. After start-up the same news tears down and rebuilds every pseudowire.
   fullPw(1, "vpls1", "g1", true);
   fullPw(2, "vpls1", "g2");
-  LpoRequestRecorder recorder(lpoConfig);
+  OutputRecorder recorder(*this);
   start();
   EXPECT_TRUE(sm->initialized());
-  EXPECT_TRUE(recorder.withdrawn.empty());
+  EXPECT_TRUE(recorder.withdrawnRequests.empty());
   auto const settled = requests();
   EXPECT_EQ(settled, (std::vector<std::string>{"(, 10, g2, 1, Pseudowire2)",
                                                "(vpls1, 0, g1, 1, Pseudowire1)"}));
 
   vtep->vxlanPresentIs(false);
-  std::sort(recorder.withdrawn.begin(), recorder.withdrawn.end());
-  recorder.withdrawn.erase(std::unique(recorder.withdrawn.begin(), recorder.withdrawn.end()),
-                           recorder.withdrawn.end());
-  EXPECT_EQ(recorder.withdrawn, settled);
+  std::sort(recorder.withdrawnRequests.begin(), recorder.withdrawnRequests.end());
+  recorder.withdrawnRequests.erase(
+      std::unique(recorder.withdrawnRequests.begin(), recorder.withdrawnRequests.end()),
+      recorder.withdrawnRequests.end());
+  EXPECT_EQ(recorder.withdrawnRequests, settled);
   EXPECT_EQ(requests(), settled);
   EXPECT_TRUE(hasEntry(1001, 100));
   EXPECT_TRUE(hasEntry(1002, 100));
