@@ -1,7 +1,8 @@
 """Clients that do not play by the rules, against a live `vpls-decap-sim serve` holding 2000
 programmed pseudowires: after each kind of abuse the agent still answers a well-behaved client
-in full, it is alive (no SIGPIPE), its open descriptors are back to where they were, its memory
-stays flat, and its socket file is private.
+in full, it is alive (no SIGPIPE), its open descriptors are back to where they were, and its memory
+stays flat. The exact refusal texts, the socket file's mode and half-closed clients are checked
+in-process by tests/platform/Orb/AgentSocketHandlerSmTest.cpp.
 
 Needs $VPLS_DECAP_SIM, the runner's path (CTest sets it)."""
 
@@ -10,7 +11,6 @@ import json
 import os
 import pathlib
 import socket
-import stat
 import subprocess
 import tempfile
 import threading
@@ -119,18 +119,11 @@ class HostileClients(unittest.TestCase):
         self.assertEqual(len(answer["pseudowires"]), PSEUDOWIRES)
         self.assertGreater(len(self.full_answer), 500_000)
 
-    def test_socket_file_is_private(self):
-        mode = os.stat(self.path).st_mode
-        self.assertTrue(stat.S_ISSOCK(mode))
-        self.assertEqual(stat.S_IMODE(mode), 0o600)
-
     def test_bad_requests_are_refused_with_one_line(self):
         cases = [
             ("a 1 MiB request", b"vplsDecap " + b"x" * (1 << 20) + b"\n",
              b"error: request too long\n"),
             ("binary garbage", bytes(range(256)) * 4 + b"\n", b"error: "),
-            ("an unknown command", b"\x00\xff\xfe rm -rf /\n", b"error: unknown command"),
-            ("an empty line", b"\n", b"error: empty request\n"),
         ]
         for name, request, answer in cases:
             with self.subTest(name), connect(self.path) as client:
@@ -146,13 +139,6 @@ class HostileClients(unittest.TestCase):
                 if received:
                     self.assertTrue(received.startswith(answer), received[:80])
                 self.assert_healthy()
-
-    def test_request_without_newline(self):
-        with connect(self.path) as client:
-            client.sendall(b"vplsDecap None None None")
-            client.shutdown(socket.SHUT_WR)
-            self.assertEqual(read_to_end(client), b"error: request without newline\n")
-        self.assert_healthy()
 
     def test_client_that_closes_before_the_answer(self):
         for _ in range(20):
