@@ -6,8 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <iostream>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <random>
@@ -38,46 +36,38 @@ std::map<std::string, std::size_t> const kOutputs = {
     {"evecProfileRequest", 2},
 };
 
+// The output entries of a state by table and key: a list element's key is its first
+// `keyFields` fields.
+std::map<std::string, Json> outputEntries(Json const& state) {
+  std::map<std::string, Json> entries;
+  for (auto const& [table, keyFields] : kOutputs) {
+    for (auto const& [name, element] : state[table].items()) {
+      Json key = Json::array();
+      for (auto it = element.begin(); it != element.end() && key.size() < keyFields; ++it) {
+        key.push_back(*it);
+      }
+      entries[table + " " + (keyFields == 0 ? name : key.dump())] = element;
+    }
+  }
+  return entries;
+}
+
 // What changed in the outputs, one line per entry: "+table key", "-table key", "~table key".
 std::vector<std::string> outputDiff(Json const& before, Json const& after) {
   std::vector<std::string> diff;
-  for (auto const& [table, keyFields] : kOutputs) {
-    std::map<std::string, Json> was;
-    std::map<std::string, Json> is;
-    auto const index = [&, table = table, keyFields = keyFields](
-                           Json const& state, std::map<std::string, Json>& into) {
-      if (keyFields == 0) {
-        for (auto const& [name, value] : state[table].items()) {
-          into[name] = value;
-        }
-        return;
-      }
-      for (auto const& element : state[table]) {
-        Json key = Json::array();
-        std::size_t n = 0;
-        for (auto const& [field, value] : element.items()) {
-          if (n++ < keyFields) {
-            key.push_back(value);
-          }
-        }
-        into[key.dump()] = element;
-      }
-    };
-    index(before, was);
-    index(after, is);
-    for (auto const& [key, value] : was) {
-      auto const found = is.find(key);
-      if (found == is.end()) {
-        diff.push_back("-" + table + " " + key);
-      } else if (found->second != value) {
-        diff.push_back("~" + table + " " + key + " " + value.dump() + " -> " +
-                       found->second.dump());
-      }
+  auto const was = outputEntries(before);
+  auto const is = outputEntries(after);
+  for (auto const& [key, value] : was) {
+    auto const found = is.find(key);
+    if (found == is.end()) {
+      diff.push_back("-" + key);
+    } else if (found->second != value) {
+      diff.push_back("~" + key + " " + value.dump() + " -> " + found->second.dump());
     }
-    for (auto const& [key, value] : is) {
-      if (!was.contains(key)) {
-        diff.push_back("+" + table + " " + key);
-      }
+  }
+  for (auto const& [key, value] : is) {
+    if (!was.contains(key)) {
+      diff.push_back("+" + key);
     }
   }
   return diff;
@@ -100,6 +90,20 @@ struct PwConfig {
 
 Json set(std::string const& table, Json key, Json value) {
   return {{"op", "set"}, {"table", table}, {"key", std::move(key)}, {"value", std::move(value)}};
+}
+
+Json del(std::string const& table, Json key) {
+  return {{"op", "del"}, {"table", table}, {"key", std::move(key)}};
+}
+
+Json pwInfo(PwConfig const& pw, std::string const& instance) {
+  Json info = {
+      {"vplsInstanceName", instance}, {"standby", pw.standby}, {"vlanAware", pw.vlanAware}};
+  if (!pw.group.empty()) {
+    info["groupName"] = pw.group;
+    info["splitHorizon"] = true;
+  }
+  return set("vplsPwIntfInfo", pw.name(), info);
 }
 
 Json attribute(std::string const& table) {
@@ -138,14 +142,7 @@ Settled settledConfiguration(std::uint32_t seed) {
     std::shuffle(vlans.begin(), vlans.end(), random);
     pw.vlans.insert(vlans.begin(),
                     vlans.begin() + std::uniform_int_distribution<int>(1, 3)(random));
-    Json info = {{"vplsInstanceName", chance(50) ? "vpls-a" : "vpls-b"},
-                 {"standby", pw.standby},
-                 {"vlanAware", pw.vlanAware}};
-    if (!pw.group.empty()) {
-      info["groupName"] = pw.group;
-      info["splitHorizon"] = true;
-    }
-    settled.inputs.push_back(set("vplsPwIntfInfo", pw.name(), info));
+    settled.inputs.push_back(pwInfo(pw, chance(50) ? "vpls-a" : "vpls-b"));
     settled.inputs.push_back(set("decapLabel", pw.name(), pw.label()));
     settled.inputs.push_back(fecId(pw));
     for (int vlan : pw.vlans) {
@@ -277,14 +274,6 @@ Json expectedAfterRestart(Json expected, std::vector<PwConfig> const& pws, bool 
   return expected;
 }
 
-std::size_t outputEntries(Json const& state) {
-  std::size_t entries = 0;
-  for (auto const& [table, keyFields] : kOutputs) {
-    entries += state[table].size();
-  }
-  return entries;
-}
-
 class RestartInvariance : public ::testing::TestWithParam<bool> {};
 
 TEST_P(RestartInvariance, SettledConfigurationChangesOnlyWhatTheRulesSay) {
@@ -297,7 +286,7 @@ TEST_P(RestartInvariance, SettledConfigurationChangesOnlyWhatTheRulesSay) {
     ASSERT_TRUE(result.unsettled.empty()) << "seed " << seed << ": " << result.unsettled[0];
     auto const expected = expectedAfterRestart(result.before, settled.pws, cleanSlate, counts);
     auto const diff = outputDiff(expected, result.after);
-    compared += outputEntries(result.after);
+    compared += outputEntries(result.after).size();
     std::ostringstream text;
     for (auto const& line : diff) {
       text << "\n  " << line;
@@ -327,34 +316,24 @@ Json randomStep(std::mt19937& random, std::vector<PwConfig> const& pws) {
   auto const below = [&](int n) { return std::uniform_int_distribution<int>(0, n - 1)(random); };
   PwConfig const& pw = pws[static_cast<std::size_t>(below(static_cast<int>(pws.size())))];
   int const vlan = 10 * (1 + below(3));
-  Json const del = {{"op", "del"}};
+  Json const vlanKey = {{"pw", pw.name()}, {"vlan", vlan}};
   switch (below(12)) {
     case 0:
-    case 1: {
-      Json info = {
-          {"vplsInstanceName", "vpls-a"}, {"standby", pw.standby}, {"vlanAware", pw.vlanAware}};
-      if (!pw.group.empty()) {
-        info["groupName"] = pw.group;
-        info["splitHorizon"] = true;
-      }
-      return set("vplsPwIntfInfo", pw.name(), info);
-    }
+    case 1:
+      return pwInfo(pw, "vpls-a");
     case 2:
-      return pw.standby ? attribute("startupSyncDone")
-                        : Json{{"op", "del"}, {"table", "vplsPwIntfInfo"}, {"key", pw.name()}};
+      return pw.standby ? attribute("startupSyncDone") : del("vplsPwIntfInfo", pw.name());
     case 3:
       return set("decapLabel", pw.name(), pw.label());
     case 4:
-      return {{"op", "del"}, {"table", "decapLabel"}, {"key", pw.name()}};
+      return del("decapLabel", pw.name());
     case 5:
     case 6:
-      return set("vlanTagInfo", {{"pw", pw.name()}, {"vlan", vlan}}, vlan + 100);
+      return set("vlanTagInfo", vlanKey, vlan + 100);
     case 7:
-      return {
-          {"op", "del"}, {"table", "vlanTagInfo"}, {"key", {{"pw", pw.name()}, {"vlan", vlan}}}};
+      return del("vlanTagInfo", vlanKey);
     case 8:
-      return below(2) ? fecId(pw)
-                      : Json{{"op", "del"}, {"table", "encapHwFecId"}, {"key", pw.name()}};
+      return below(2) ? fecId(pw) : del("encapHwFecId", pw.name());
     case 9:
       return {{"op", "restart"}};
     case 10:

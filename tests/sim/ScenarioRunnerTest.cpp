@@ -150,13 +150,9 @@ TEST(ScenarioRunner, AnExceptionEndsTheRunWithExitCode1AndAnErrorOnTheLastLine) 
   auto const result = runScenarioText(kRaisingScenario, {"--json", "--each"});
   EXPECT_EQ(result.exitCode, 1);
   auto const lines = result.outLines();
-  ASSERT_EQ(lines.size(), 5u);
+  ASSERT_EQ(lines.size(), 5u);  // the steps themselves: ReportsALibraryExceptionInItsStepAndStops
   auto const last = parseJson(lines.back());
-  EXPECT_EQ(last["event"], 3);
   EXPECT_EQ(last["error"], kRangeError);
-  for (std::size_t i = 0; i + 1 < lines.size(); ++i) {
-    EXPECT_FALSE(parseJson(lines[i]).contains("error"));
-  }
   EXPECT_EQ(result.err, std::string("vpls-decap-sim: event 3 (del vplsPwIntfInfo Pseudowire1) "
                                     "raised: ") +
                             kRangeError + "\n");

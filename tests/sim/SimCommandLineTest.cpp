@@ -70,7 +70,7 @@ INSTANTIATE_TEST_SUITE_P(
                 "--socket-dir: only for serve"}),
     [](auto const& info) { return std::string(info.param.name); });
 
-TEST(SimCommandLine, UsageErrorsExitWith2AndShowTheUsage) {
+TEST(SimCommandLine, UsageErrorsAndAnUnopenableTraceFileExitWith2BeforeAnythingRuns) {
   TempDir dir;
   auto const result = runSim(dir, {"run", "s.json", "--trace-level", "12"});
   EXPECT_EQ(result.exitCode, 2);
@@ -82,16 +82,13 @@ TEST(SimCommandLine, UsageErrorsExitWith2AndShowTheUsage) {
   auto const help = runSim(dir, {"--help"});
   EXPECT_EQ(help.exitCode, 0);
   EXPECT_TRUE(help.out.starts_with("usage: vpls-decap-sim run")) << help.out;
-}
 
-TEST(SimCommandLine, ATraceFileThatCannotBeOpenedIsRefusedBeforeAnythingRuns) {
-  TempDir dir;
   auto const scenario = dir.write("s.json", "{}");
-  auto const result = runSim(dir, {"run", scenario.string(), "--json", "--trace-file",
-                                   (dir.path() / "no-such-dir" / "t.log").string()});
-  EXPECT_EQ(result.exitCode, 2);
-  EXPECT_EQ(result.out, "");
-  EXPECT_NE(result.err.find("no-such-dir/t.log"), std::string::npos) << result.err;
+  auto const trace = runSim(dir, {"run", scenario.string(), "--json", "--trace-file",
+                                  (dir.path() / "no-such-dir" / "t.log").string()});
+  EXPECT_EQ(trace.exitCode, 2);
+  EXPECT_EQ(trace.out, "");
+  EXPECT_NE(trace.err.find("no-such-dir/t.log"), std::string::npos) << trace.err;
 }
 
 TEST(SimCommandLine, TraceOptionsReachDuallogAndFlashlog) {
