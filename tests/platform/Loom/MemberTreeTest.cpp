@@ -108,14 +108,18 @@ struct Watched {
   Loom::Collection<std::uint32_t, int, Reactor> collection{publisher, &Reactor::onMember};
 };
 
-// Reads the member back while the write that changed it is being notified.
+// Reads the member back, and counts the members, while the change is being notified.
 struct ReadBack {
-  void onMember(std::uint32_t const& k) { seen.push_back(collection->valueOr(k, -1)); }
+  void onMember(std::uint32_t const& k) {
+    seen.push_back(collection->valueOr(k, -1));
+    sizes.push_back(collection->size());
+  }
   Loom::Collection<std::uint32_t, int, ReadBack>* collection = nullptr;
   std::vector<int> seen;
+  std::vector<std::size_t> sizes;
 };
 
-TEST(LoomMemberTree, ReactorsReadTheValueJustWritten) {
+TEST(LoomMemberTree, ReactorsSeeEachChangeAlreadyMade) {
   Watched<ReadBack> w;
   w.watch();
   w.collection.set(5, 1);
@@ -123,7 +127,9 @@ TEST(LoomMemberTree, ReactorsReadTheValueJustWritten) {
   w.collection.set(5, 3);
   w.collection.erase(5);
   w.collection.set(5, 4);
-  EXPECT_EQ(w.reactor.seen, (std::vector<int>{1, 2, 3, -1, 4}));
+  w.collection.clear();  // one member at a time
+  EXPECT_EQ(w.reactor.seen, (std::vector<int>{1, 2, 3, -1, 4, -1, -1}));
+  EXPECT_EQ(w.reactor.sizes, (std::vector<std::size_t>{1, 2, 2, 1, 2, 1, 0}));
 }
 
 // Puts a removed key back, from the removal's notification or from a nested one.

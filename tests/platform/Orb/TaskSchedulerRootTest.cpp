@@ -1,10 +1,9 @@
 // The agent's poll loop: timer order, descriptor handlers, changes made from inside handlers,
-// and stopping from a signal handler.
+// and stopping. Stopping from a signal handler is checked on the runner's serve
+// (tests/sim/SimGoldenTest.cpp, SimServe).
 
 #include <fcntl.h>
 #include <poll.h>
-#include <pthread.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -167,30 +166,6 @@ TEST(OrbScheduler, RunReturnsAfterStopFromAHandler) {
   EXPECT_EQ(ticks, 3);
   EXPECT_TRUE(scheduler->stopped());
   scheduler->run();  // already stopped: returns at once
-}
-
-TaskSchedulerRoot* signalTarget = nullptr;
-void stopOnSignal(int) {
-  signalTarget->stopFromSignal();
-}
-
-TEST(OrbScheduler, StopFromSignalWakesABlockedRun) {
-  auto const scheduler = TaskSchedulerRoot::TaskSchedulerRootIs();
-  signalTarget = scheduler.get();
-  struct sigaction action {};
-  struct sigaction previous {};
-  action.sa_handler = stopOnSignal;
-  sigemptyset(&action.sa_mask);
-  ASSERT_EQ(::sigaction(SIGUSR1, &action, &previous), 0);
-  // run() has nothing to do and would wait for ever; the signal is its only way out, whether
-  // it arrives before or during the wait.
-  pthread_t const runner = ::pthread_self();
-  std::thread signaller([runner] { ::pthread_kill(runner, SIGUSR1); });
-  scheduler->run();
-  signaller.join();
-  EXPECT_TRUE(scheduler->stopped());
-  ::sigaction(SIGUSR1, &previous, nullptr);
-  signalTarget = nullptr;
 }
 
 TEST(OrbScheduler, RootIsClearedWhenTheRootSchedulerGoes) {

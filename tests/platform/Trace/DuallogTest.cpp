@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Bridging/VlanId.h"
@@ -90,17 +91,13 @@ class DuallogTest : public ::testing::Test {
   Trace::Facility& fac_ = Trace::facility("DuallogTest");
 };
 
+// One trace at each level; TRACE takes its level as a constant.
+template <int... kLevels>
+void traceLevels(Trace::Facility& fac, int tag, std::integer_sequence<int, kLevels...>) {
+  ([&] { TRACE(fac, kLevels, "level ", kLevels, " #", tag); }(), ...);
+}
 void traceAllLevels(Trace::Facility& fac, int tag) {
-  TRACE(fac, 0, "level 0 #", tag);
-  TRACE(fac, 1, "level 1 #", tag);
-  TRACE(fac, 2, "level 2 #", tag);
-  TRACE(fac, 3, "level 3 #", tag);
-  TRACE(fac, 4, "level 4 #", tag);
-  TRACE(fac, 5, "level 5 #", tag);
-  TRACE(fac, 6, "level 6 #", tag);
-  TRACE(fac, 7, "level 7 #", tag);
-  TRACE(fac, 8, "level 8 #", tag);
-  TRACE(fac, 9, "level 9 #", tag);
+  traceLevels(fac, tag, std::make_integer_sequence<int, 10>{});
 }
 
 TEST_F(DuallogTest, OnlyEnabledLevelsBecomeLines) {
