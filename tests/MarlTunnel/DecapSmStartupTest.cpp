@@ -1,6 +1,10 @@
 // Construction over existing and empty inputs, the notification switch, the zombie flag, and the
 // end of the agent's start-up synchronisation.
 
+#include <string>
+#include <tuple>
+#include <vector>
+
 #include "DecapSmFixture.h"
 
 namespace Hardware::MarlTunnel::test {
@@ -65,20 +69,20 @@ TEST_F(DecapSmStartupTest, ConstructionOverEmptyInputsWithdrawsTagApplication) {
 TEST_F(DecapSmStartupTest, NotificationsSwitchedOffAreMissedForGood) {
   start();
   vtep->vxlanDciConfiguredIs(true);
+  auto const reactors = [&] {
+    return std::tuple(pwConfig->publisher().reactorCount(), decapConfig->publisher().reactorCount(),
+                      vtep->publisher().reactorCount());
+  };
   sm->hasNotificationActiveIs(false);
   EXPECT_FALSE(sm->hasNotificationActive());
-  EXPECT_EQ(pwConfig->publisher().reactorCount(), 0u);
-  EXPECT_EQ(decapConfig->publisher().reactorCount(), 0u);
-  EXPECT_EQ(vtep->publisher().reactorCount(), 0u);
+  EXPECT_EQ(reactors(), std::tuple(0u, 0u, 0u));
   config(1, "vpls1", "grpA");
   label(1, 1001);
 
   sm->hasNotificationActiveIs(true);
   sm->hasNotificationActiveIs(true);
   EXPECT_TRUE(sm->hasNotificationActive());
-  EXPECT_EQ(pwConfig->publisher().reactorCount(), 1u);
-  EXPECT_EQ(decapConfig->publisher().reactorCount(), 1u);
-  EXPECT_EQ(vtep->publisher().reactorCount(), 1u);
+  EXPECT_EQ(reactors(), std::tuple(1u, 1u, 1u));  // subscribed once
   EXPECT_TRUE(sm->localPwInfo().empty()) << "nothing replayed";
   EXPECT_TRUE(logs.empty());
 
