@@ -1,9 +1,5 @@
 #pragma once
 
-#include <string>
-#include <string_view>
-
-#include "Hardware/LifProfileOrientationKey.h"
 #include "Loom/Assert.h"
 #include "Trace/Trace.h"
 
@@ -25,18 +21,6 @@ inline constexpr int kTraceDetail = 8;
 inline constexpr char kDecapSmUnit[] = "MarlTunnel/MarlVplsPwIntfDecapSm";
 
 }  // namespace Hardware::MarlTunnel
-
-// An orientation key traces as its printable form, written straight into the record's text
-// instead of through a temporary string per piece.
-template <>
-struct Trace::ArgTraits<Hardware::MarlTunnel::LifProfileOrientationKey> {
-  static constexpr ArgKind kind = ArgKind::kText;
-  static std::string_view text(Hardware::MarlTunnel::LifProfileOrientationKey const& key,
-                               std::string& scratch) {
-    key.strepInto(scratch);
-    return scratch;
-  }
-};
 
 // One trace of the library: the fragments in order form one message.
 #define MARL_TRACE(level, ...) \

@@ -46,6 +46,12 @@ concept HasToString = requires(T const& v) {
   { v.toString() } -> std::convertible_to<std::string>;
 };
 
+// A printable form written into a buffer that the caller reuses from one value to the next.
+template <class T>
+concept HasStrepInto = requires(T const& v, std::string& out) {
+  v.strepInto(out);
+};
+
 template <class T>
 inline constexpr bool kIsStaticFragment = false;
 template <std::size_t N>
@@ -98,12 +104,12 @@ constexpr ArgKind defaultKind() {
     return ArgKind::kText;
   } else if constexpr (HasIntegralValue<T>) {
     return integralKind<std::remove_cvref_t<decltype(std::declval<T const&>().value())>>();
-  } else if constexpr (HasToString<T>) {
+  } else if constexpr (HasToString<T> || HasStrepInto<T>) {
     return ArgKind::kText;
   } else {
     static_assert(sizeof(T) == 0,
                   "this type has no trace form: give it str(), c_str(), an integral value(), "
-                  "toString(), or specialise Trace::ArgTraits for it");
+                  "toString(), strepInto(), or specialise Trace::ArgTraits for it");
     return ArgKind::kFragment;
   }
 }
@@ -115,7 +121,8 @@ constexpr ArgKind defaultKind() {
 // char[N], std::string, std::string_view, char const*: runtime text;
 // integral types and bool: numbers (uint8_t is a number, never a character);
 // enums: their underlying integer; classes with str() or c_str(): runtime text;
-// classes with an integral value(): that number; classes with toString(): that text.
+// classes with an integral value(): that number; classes with toString(): that text; classes
+// with strepInto(std::string&): the text it writes, into the record's scratch buffer.
 template <class T>
 struct DefaultArgTraits {
   static constexpr ArgKind kind = detail::defaultKind<T>();
@@ -152,6 +159,9 @@ struct DefaultArgTraits {
       return s != nullptr ? std::string_view(s) : std::string_view("(null)");
     } else if constexpr (detail::HasToString<T>) {
       scratch = v.toString();
+      return scratch;
+    } else if constexpr (detail::HasStrepInto<T>) {
+      v.strepInto(scratch);
       return scratch;
     } else {
       return {};

@@ -31,6 +31,9 @@ struct ValueAndText {  // value() wins: a number is cheaper to record than its t
 struct StrByValue {
   std::string str() const { return "temporary"; }
 };
+struct WritesItsText {  // replaces what the buffer held before
+  void strepInto(std::string& out) const { out = "(written)"; }
+};
 
 TEST(TraceArgText, EachKindPrintsItsNaturalForm) {
   char buffer[16] = "buffer";
@@ -56,6 +59,7 @@ TEST(TraceArgText, EachKindPrintsItsNaturalForm) {
   EXPECT_EQ(Trace::argText(Bridging::VlanId(4094)), "4094");
   EXPECT_EQ(Trace::argText(ValueAndText{}), "-12");
   EXPECT_EQ(Trace::argText(OnlyText{}), "only-text");
+  EXPECT_EQ(Trace::argText(WritesItsText{}), "(written)");
   EXPECT_EQ(Trace::argText(Netcore::IntfId::pseudowire(17)), "Pseudowire17");
   EXPECT_EQ(Trace::argText(Netcore::IntfId()), "");
   static_assert(Trace::kArgKind<Netcore::IntfId const&> == Trace::ArgKind::kIntfId);
