@@ -81,12 +81,7 @@ class Collection {
   bool empty() const noexcept { return members_.empty(); }
 
   void set(K const& key, V value) {
-    if (auto const it = members_.find(key); it != members_.tree().end()) {
-      it->second = std::move(value);
-      members_.wrote(it);
-    } else {
-      members_.add(key, std::move(value));
-    }
+    members_.put(key, std::move(value));
     notify(key);
   }
 

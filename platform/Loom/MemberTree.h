@@ -8,7 +8,7 @@
 namespace Loom {
 
 // The members of a Loom collection or set: a balanced tree in ascending key order, where a
-// member stays in place until it is removed. Two shortcuts keep large collections cheap to
+// member stays in place until it is removed. Three shortcuts keep large collections cheap to
 // write:
 //   - a member whose key is above every present key (keys written in order, as a start-up walk
 //     or a bulk load does) goes in at the tree's end without a search;
@@ -37,18 +37,25 @@ class MemberTree {
   Iterator find(Key const& key) { return locate(*this, key); }
   bool has(Key const& key) const { return find(key) != tree_.end(); }
 
-  // Adds a member whose key is absent; `value` is what the tree's emplace takes after the key.
-  template <class... Value>
-  Iterator add(Key const& key, Value&&... value) {
-    ++adds_;
-    bool const last = tree_.empty() || tree_.key_comp()(KeyOf()(*std::prev(tree_.end())), key);
-    written_ = last ? tree_.emplace_hint(tree_.end(), key, std::forward<Value>(value)...)
-                    : tree_.emplace(key, std::forward<Value>(value)...).first;
-    return written_;
+  // Writes a set's member: adds it if absent, else only remembers it as the one last written.
+  void put(Key const& key) {
+    if (auto const it = find(key); it != tree_.end()) {
+      written_ = it;
+    } else {
+      add(key);
+    }
   }
 
-  // Records that a present member was overwritten.
-  void wrote(Iterator member) noexcept { written_ = member; }
+  // Writes a map's member: adds it, or overwrites the value of the present one.
+  template <class Value>
+  void put(Key const& key, Value&& value) {
+    if (auto const it = find(key); it != tree_.end()) {
+      it->second = std::forward<Value>(value);
+      written_ = it;
+    } else {
+      add(key, std::forward<Value>(value));
+    }
+  }
 
   // Takes a member out of the tree, then runs `notify()`; the member's storage, and so its key,
   // lives until `notify()` returns.
@@ -71,6 +78,15 @@ class MemberTree {
     Key const* key = nullptr;
     std::uint64_t adds = 0;
   };
+
+  // Adds a member whose key is absent; a key above every present one goes in at the end.
+  template <class... Value>
+  void add(Key const& key, Value&&... value) {
+    ++adds_;
+    bool const last = tree_.empty() || tree_.key_comp()(KeyOf()(*std::prev(tree_.end())), key);
+    written_ = last ? tree_.emplace_hint(tree_.end(), key, std::forward<Value>(value)...)
+                    : tree_.emplace(key, std::forward<Value>(value)...).first;
+  }
 
   bool same(Key const& a, Key const& b) const {
     auto const& less = tree_.key_comp();

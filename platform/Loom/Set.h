@@ -38,11 +38,7 @@ class Set {
   bool empty() const noexcept { return members_.empty(); }
 
   void insert(K const& key) {
-    if (auto const it = members_.find(key); it != members_.tree().end()) {
-      members_.wrote(it);
-    } else {
-      members_.add(key);
-    }
+    members_.put(key);
     notify(key);
   }
 
