@@ -13,7 +13,8 @@ using namespace Hardware::MarlTunnel;
 AgentHarness::AgentHarness(AgentOptions options)
     : entityManager(Statedb::EntityManager::EntityManagerIs(options.agentName)),
       tables(Statedb::SharedTableManager::forAgent(options.agentName)),
-      scheduler(Orb::TaskSchedulerRoot::TaskSchedulerRootIs()),
+      scheduler(options.scheduler ? options.scheduler
+                                  : Orb::TaskSchedulerRoot::TaskSchedulerRootIs()),
       hwVplsPwConfig(Fab::HwVplsPwConfig::HwVplsPwConfigIs()),
       hwVplsPwDecapConfig(Fab::HwVplsPwDecapConfig::HwVplsPwDecapConfigIs()),
       vtepTypeStatus(VtepTypeStatus::VtepTypeStatusIs()),

@@ -32,6 +32,9 @@ struct AgentOptions {
   // it the requests stay requests, as in an agent whose chip programming runs elsewhere; its
   // in-LIF table holds 131071 rows, fewer than the decap entries of the largest configurations.
   bool chipModel = true;
+  // The scheduler the agent runs on, when its host made it before the agent (a daemon whose
+  // loop also carries its database connections); none: the harness makes its own.
+  Loom::Ptr<Orb::TaskSchedulerRoot> scheduler;
 };
 
 // Builds and runs the tunnel agent's VPLS side the way the agent does: it owns the state store

@@ -17,6 +17,8 @@ namespace Sim {
 namespace {
 
 using Json = nlohmann::json;
+// Objects in file order, for the output rows.
+using OrderedJson = nlohmann::ordered_json;
 
 constexpr std::uint64_t kMaxU32 = 0xffffffffu;
 constexpr std::uint64_t kMaxVlan = 4094;
@@ -45,8 +47,11 @@ constexpr std::array<std::pair<OpKind, std::string_view>, 4> kOps{{
     {OpKind::restart, "restart"},
 }};
 
-constexpr std::array<std::string_view, 6> kTopLevelKeys{"comment",    "cleanSlate", "toggles",
-                                                        "meshGroups", "before",     "events"};
+constexpr std::array<std::string_view, 7> kTopLevelKeys{
+    "comment", "cleanSlate", "toggles", "meshGroups", "before", "events", "outputs"};
+// A recording's first line: its events are the lines after it.
+constexpr std::array<std::string_view, 6> kRecordingHeaderKeys{
+    "comment", "cleanSlate", "toggles", "meshGroups", "before", "outputs"};
 
 constexpr std::string_view kSplitHorizonToggle = "MarlTunnelSplitHorizonGroup";
 
@@ -369,25 +374,46 @@ std::map<std::string, bool> readToggles(Json const& value) {
   return toggles;
 }
 
+std::vector<StateRow> readOutputs(OrderedJson const& value) {
+  if (!value.is_object()) {
+    fail("outputs", "must be an object of output keys, not " + kindOf(Json(value)));
+  }
+  std::vector<StateRow> rows;
+  rows.reserve(value.size());
+  for (auto const& [key, hash] : value.items()) {
+    std::string const where = "outputs." + printable(key);
+    if (!hash.is_object()) {
+      fail(where, "must be an object of field names to texts, not " + kindOf(Json(hash)));
+    }
+    StateRow row{key, {}};
+    row.fields.reserve(hash.size());
+    for (auto const& [field, text] : hash.items()) {
+      row.fields.emplace_back(field, string(Json(text), where + "." + printable(field)));
+    }
+    rows.push_back(std::move(row));
+  }
+  return rows;
+}
+
 // Parses JSON text; a syntax error or a key given twice in one object becomes a ScenarioError.
-Json parseJson(std::string_view text) {
+OrderedJson parseJson(std::string_view text) {
   std::vector<std::set<std::string>> keysPerObject;
   std::optional<std::string> duplicate;
-  auto const watch = [&](int, Json::parse_event_t event, Json& parsed) {
-    if (event == Json::parse_event_t::object_start) {
+  auto const watch = [&](int, OrderedJson::parse_event_t event, OrderedJson& parsed) {
+    if (event == OrderedJson::parse_event_t::object_start) {
       keysPerObject.emplace_back();
-    } else if (event == Json::parse_event_t::object_end && !keysPerObject.empty()) {
+    } else if (event == OrderedJson::parse_event_t::object_end && !keysPerObject.empty()) {
       keysPerObject.pop_back();
-    } else if (event == Json::parse_event_t::key && !keysPerObject.empty() && !duplicate &&
+    } else if (event == OrderedJson::parse_event_t::key && !keysPerObject.empty() && !duplicate &&
                !keysPerObject.back().insert(parsed.get<std::string>()).second) {
       duplicate = parsed.get<std::string>();
     }
     return true;
   };
-  Json json;
+  OrderedJson json;
   try {
-    json = Json::parse(text.begin(), text.end(), watch);
-  } catch (Json::exception const& e) {
+    json = OrderedJson::parse(text.begin(), text.end(), watch);
+  } catch (OrderedJson::exception const& e) {
     // "[json.exception.parse_error.101] parse error at line 2, column 3: ..." without its tag;
     // a number too large for a double is an out_of_range error of the parser, not a parse_error.
     std::string message = e.what();
@@ -432,6 +458,90 @@ std::string describeValue(Op const& op) {
     default:
       return op.flag ? "true" : "false";
   }
+}
+
+// The top-level fields of a scenario object or of a recording's first line.
+template <class Names>
+void readTopLevel(OrderedJson const& ordered, Names const& allowed, Scenario& scenario) {
+  Json const json(ordered);
+  requireObject(json, "the scenario");
+  for (auto const& [key, value] : json.items()) {
+    bool known = false;
+    for (auto const name : allowed) {
+      known = known || key == name;
+    }
+    if (!known && key == "events") {
+      fail("events",
+           "not allowed on the first line of a recording (its events are the lines "
+           "after it)");
+    }
+    if (!known) {
+      fail("",
+           "unknown top-level key \"" + printable(key) + "\" (allowed: " + joined(allowed) + ")");
+    }
+  }
+  if (auto const it = json.find("comment"); it != json.end()) {
+    scenario.comment = string(*it, "comment");
+  }
+  if (auto const it = json.find("cleanSlate"); it != json.end()) {
+    scenario.cleanSlate = boolean(*it, "cleanSlate");
+  }
+  if (auto const it = json.find("toggles"); it != json.end()) {
+    scenario.toggles = readToggles(*it);
+  }
+  if (auto const it = json.find("meshGroups"); it != json.end()) {
+    scenario.meshGroups = static_cast<std::uint32_t>(integer(*it, "meshGroups", 1, kMaxMeshGroups));
+  }
+  if (auto const it = json.find("before"); it != json.end()) {
+    scenario.before = readOps(*it, "before", true);
+  }
+  if (auto const it = json.find("events"); it != json.end()) {
+    scenario.events = readOps(*it, "events", false);
+  }
+  if (auto const it = ordered.find("outputs"); it != ordered.end()) {
+    scenario.outputs = readOutputs(*it);
+  }
+}
+
+// Whether a text that is not one JSON value is a recording: its first line is a JSON object.
+bool isRecording(std::string_view text) {
+  auto const end = text.find('\n');
+  return end != std::string_view::npos &&
+         OrderedJson::parse(text.substr(0, end), nullptr, false).is_object();
+}
+
+// A recording: the scenario object on line 1, then one op per line, each line ended by "\n".
+// A last line without its end was cut short while it was written and is left out.
+Scenario parseRecording(std::string_view text) {
+  Scenario scenario;
+  std::size_t number = 0;
+  for (std::size_t begin = 0; begin < text.size();) {
+    ++number;
+    auto const end = text.find('\n', begin);
+    if (end == std::string_view::npos) {
+      scenario.truncatedAtLine = number;
+      break;
+    }
+    auto const line = text.substr(begin, end - begin);
+    begin = end + 1;
+    try {
+      auto const json = parseJson(line);
+      if (number == 1) {
+        readTopLevel(json, kRecordingHeaderKeys, scenario);
+      } else {
+        scenario.events.push_back(readOp(Json(json), "", false));
+      }
+    } catch (ScenarioError const& e) {
+      // The JSON parser counts lines too; within one line only its column says something.
+      std::string problem = e.what();
+      static constexpr std::string_view kFirstLine = "invalid JSON: parse error at line 1, column ";
+      if (problem.starts_with(kFirstLine)) {
+        problem.replace(0, kFirstLine.size(), "invalid JSON: parse error at column ");
+      }
+      throw ScenarioError("line " + std::to_string(number) + ": " + problem);
+    }
+  }
+  return scenario;
 }
 
 }  // namespace
@@ -486,37 +596,11 @@ std::vector<std::string_view> knownToggles() {
 }
 
 Scenario parseScenario(std::string_view text) {
-  Json const json = parseJson(text);
-  requireObject(json, "the scenario");
-  for (auto const& [key, value] : json.items()) {
-    bool known = false;
-    for (auto const name : kTopLevelKeys) {
-      known = known || key == name;
-    }
-    if (!known) {
-      fail("", "unknown top-level key \"" + printable(key) +
-                   "\" (allowed: " + joined(kTopLevelKeys) + ")");
-    }
+  if (!OrderedJson::accept(text.begin(), text.end()) && isRecording(text)) {
+    return parseRecording(text);
   }
   Scenario scenario;
-  if (auto const it = json.find("comment"); it != json.end()) {
-    scenario.comment = string(*it, "comment");
-  }
-  if (auto const it = json.find("cleanSlate"); it != json.end()) {
-    scenario.cleanSlate = boolean(*it, "cleanSlate");
-  }
-  if (auto const it = json.find("toggles"); it != json.end()) {
-    scenario.toggles = readToggles(*it);
-  }
-  if (auto const it = json.find("meshGroups"); it != json.end()) {
-    scenario.meshGroups = static_cast<std::uint32_t>(integer(*it, "meshGroups", 1, kMaxMeshGroups));
-  }
-  if (auto const it = json.find("before"); it != json.end()) {
-    scenario.before = readOps(*it, "before", true);
-  }
-  if (auto const it = json.find("events"); it != json.end()) {
-    scenario.events = readOps(*it, "events", false);
-  }
+  readTopLevel(parseJson(text), kTopLevelKeys, scenario);
   return scenario;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <map>
@@ -7,6 +8,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "Fab/NexthopIndex.h"
@@ -59,7 +61,15 @@ struct Op {
 // 10", "set vxlanPresent = true", "show \"None None None\"", "restart".
 std::string describe(Op const& op);
 
-// A whole scenario file, validated.
+// One output element as the state database holds it: its key ("MPLS_DECAP_CONFIG|1001|10|0")
+// and its hash, field name to text, in the order given.
+struct StateRow {
+  std::string key;
+  std::vector<std::pair<std::string, std::string>> fields;
+};
+
+// A whole scenario file, validated: a scenario object, or a recording (one scenario object
+// without events on the first line, then one op per line).
 struct Scenario {
   std::string comment;
   bool cleanSlate = true;
@@ -68,6 +78,11 @@ struct Scenario {
   std::uint32_t meshGroups = 4;
   std::vector<Op> before;
   std::vector<Op> events;
+  // Output state present before start-up (what an earlier agent left), in file order.
+  std::vector<StateRow> outputs;
+  // A recording whose last line has no line end was cut short while that line was written:
+  // the number of that line, which is left out.
+  std::optional<std::size_t> truncatedAtLine;
 };
 
 // A scenario that cannot run. what() is one line naming where the problem is (the event
@@ -80,7 +95,9 @@ class ScenarioError : public std::runtime_error {
 // The toggles a scenario may set (the library's toggle file holds these names).
 std::vector<std::string_view> knownToggles();
 
-// Parses and validates the whole text; the first problem found raises ScenarioError.
+// Parses and validates the whole text; the first problem found raises ScenarioError. A text
+// that is one JSON value is a scenario object; otherwise, when its first line is a JSON object,
+// it is a recording, whose errors name the line ("line 7: key: ...").
 Scenario parseScenario(std::string_view text);
 
 // Reads and validates a scenario file; the error message starts with the file's path.

@@ -29,7 +29,9 @@ constexpr char kToggleFile[] = "MarlTunnel.json";
 }  // namespace
 
 ScenarioRunner::ScenarioRunner(Scenario scenario, Options options)
-    : scenario_(std::move(scenario)), privateDir_(makePrivateDir("vpls-decap-sim")) {
+    : scenario_(std::move(scenario)),
+      outputLoader_(std::move(options.outputLoader)),
+      privateDir_(makePrivateDir("vpls-decap-sim")) {
   try {
     toggleDir_ = privateDir_ / "toggles";
     std::filesystem::create_directory(toggleDir_);
@@ -128,8 +130,15 @@ bool ScenarioRunner::run(StepObserver const& observer) {
 }
 
 void ScenarioRunner::start() {
+  bool const hasOutputs = !scenario_.outputs.empty();
+  if (hasOutputs && !outputLoader_) {
+    throw std::runtime_error("this runner cannot load output state");
+  }
   for (auto const& op : scenario_.before) {
     write(op);
+  }
+  if (hasOutputs) {
+    outputLoader_(*harness_, scenario_.outputs);
   }
   harness_->start();
 }

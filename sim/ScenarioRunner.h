@@ -51,6 +51,9 @@ class ScenarioRunner {
   struct Options {
     // Where the command socket is served; none: a private directory removed afterwards.
     std::optional<std::filesystem::path> socketDir;
+    // Loads a scenario's `outputs` (the output state an earlier agent left) into the harness's
+    // entities before the agent starts. Needed only by scenarios with outputs.
+    std::function<void(AgentHarness&, std::vector<StateRow> const&)> outputLoader;
   };
   using StepObserver = std::function<void(StepReport const&)>;
 
@@ -63,8 +66,10 @@ class ScenarioRunner {
   // first step that raised; returns whether every step ran.
   bool run(StepObserver const& observer);
 
-  // The steps one at a time. start() writes the `before` ops and starts the agent; apply()
-  // runs one op and returns the answer of a show op. Both let the library's exceptions pass.
+  // The steps one at a time. start() writes the `before` ops, loads the outputs through the
+  // options' loader (std::runtime_error when there are outputs and no loader) and starts the
+  // agent; apply() runs one op and returns the answer of a show op. Both let the library's
+  // exceptions pass.
   void start();
   std::optional<std::string> apply(Op const& op);
 
@@ -83,6 +88,7 @@ class ScenarioRunner {
   void write(Op const& op);
 
   Scenario const scenario_;
+  std::function<void(AgentHarness&, std::vector<StateRow> const&)> outputLoader_;
   std::filesystem::path privateDir_;
   std::filesystem::path toggleDir_;
   std::optional<std::string> previousToggleEnv_;

@@ -115,15 +115,25 @@ std::set<Netcore::IntfId> knownPseudowires(AgentHarness const& harness) {
   return pws;
 }
 
+// The members of a collection keyed by (pseudowire, VLAN) that belong to one pseudowire: a
+// range of the ordered keys, so that a status costs a lookup, not a walk of the table.
+template <class Coll, class Visit>
+void forEachOfPseudowire(Coll const& collection, Netcore::IntfId pw, Visit const& visit) {
+  auto const& members = collection.underlying();
+  for (auto it = members.lower_bound(Fab::VplsPwIntfVlanKey(pw, Bridging::VlanId(1)));
+       it != members.end() && it->first.pwIntfId() == pw; ++it) {
+    visit(it->first, it->second);
+  }
+}
+
 // The VLANs of a pseudowire's tag info, with their normalised tags, in VLAN order.
 std::vector<std::pair<std::uint16_t, std::uint16_t>> vlanTags(AgentHarness const& harness,
                                                               Netcore::IntfId pw) {
   std::vector<std::pair<std::uint16_t, std::uint16_t>> tags;
-  for (auto const& [key, tag] : harness.hwVplsPwDecapConfig->vlanTagInfo()) {
-    if (key.pwIntfId() == pw) {
-      tags.emplace_back(key.vlanId().value(), tag.value());
-    }
-  }
+  forEachOfPseudowire(harness.hwVplsPwDecapConfig->vlanTagInfo(), pw,
+                      [&](Fab::VplsPwIntfVlanKey const& key, Bridging::VlanIdOrNone tag) {
+                        tags.emplace_back(key.vlanId().value(), tag.value());
+                      });
   return tags;
 }
 
@@ -141,9 +151,8 @@ std::vector<Orientation> orientationsOf(AgentHarness const& harness, Netcore::In
 std::size_t programmedVlans(AgentHarness const& harness, Netcore::IntfId pw) {
   std::size_t count = 0;
   if (auto const status = harness.hwVplsPwDecapStatus()) {
-    for (auto const& [key, index] : status->decapStatus()) {
-      count += key.pwIntfId() == pw ? 1 : 0;
-    }
+    forEachOfPseudowire(status->decapStatus(), pw,
+                        [&](Fab::VplsPwIntfVlanKey const&, Fab::NexthopIndex) { ++count; });
   }
   return count;
 }
@@ -337,6 +346,21 @@ std::string showSection(std::vector<ShowRecord> const& shows) {
 }  // namespace
 
 std::string pseudowireStatus(AgentHarness const& harness, Netcore::IntfId pw) {
+  return pseudowireStatus(harness, pw, orientationsOf(harness, pw));
+}
+
+bool pseudowireKnown(AgentHarness const& harness, Netcore::IntfId pw) {
+  auto const& decap = *harness.hwVplsPwDecapConfig;
+  bool hasTags = false;
+  forEachOfPseudowire(
+      decap.vlanTagInfo(), pw,
+      [&](Fab::VplsPwIntfVlanKey const&, Bridging::VlanIdOrNone) { hasTags = true; });
+  return harness.hwVplsPwConfig->vplsPwIntfInfoHas(pw) || decap.decapLabelHas(pw) || hasTags ||
+         decap.encapHwFecIdHas(pw) || (harness.running() && harness.decapSm().localPwInfo(pw));
+}
+
+std::string pseudowireStatus(AgentHarness const& harness, Netcore::IntfId pw,
+                             std::vector<Orientation> const& orientations) {
   if (!harness.running()) {
     return "agent stopped";
   }
@@ -349,7 +373,6 @@ std::string pseudowireStatus(AgentHarness const& harness, Netcore::IntfId pw) {
   if (info.standby()) {
     return standbyStatus(harness, pw);
   }
-  auto const orientations = orientationsOf(harness, pw);
   if (std::find(orientations.begin(), orientations.end(), Orientation::orientationAllocFailed) !=
       orientations.end()) {
     return "orientation allocation failed";

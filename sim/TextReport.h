@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "Hardware/Orientation.h"
 #include "Netcore/IntfId.h"
 #include "sim/AgentHarness.h"
 #include "sim/ScenarioRunner.h"
@@ -23,6 +24,13 @@ struct ShowRecord {
 // "programmed for 1 of 2 VLANs", "not programmed". The rules and their order are in
 // docs/scenarios.md.
 std::string pseudowireStatus(AgentHarness const& harness, Netcore::IntfId pw);
+// The same with the orientations answered for the pseudowire's requests, in any order, from
+// the caller's index of the answers (the overload above walks every answer to find them).
+std::string pseudowireStatus(AgentHarness const& harness, Netcore::IntfId pw,
+                             std::vector<Hardware::MarlTunnel::Orientation> const& orientations);
+
+// Whether any input or the state machine knows the pseudowire (it has a status then).
+bool pseudowireKnown(AgentHarness const& harness, Netcore::IntfId pw);
 
 // The human-readable report of the agent's state, for a network engineer at a glance: a summary
 // of the agent and VXLAN, the pseudowire table with each one's status, the decap entries, the

@@ -14,6 +14,7 @@
 #include "MarlTunnel/VplsSmWrapper.h"
 #include "Trace/Duallog.h"
 #include "Trace/Flashlog.h"
+#include "dblink/OutputRows.h"
 #include "sim/CommandLine.h"
 #include "sim/Scenario.h"
 #include "sim/ScenarioRunner.h"
@@ -140,6 +141,13 @@ int runScenario(Sim::CommandLine const& line, Sim::Scenario scenario) {
   if (line.socketDir) {
     options.socketDir = *line.socketDir;
   }
+  // The outputs are rows of the state database, loaded as the agent loads what it finds; a row
+  // that does not decode is left out, as the agent leaves it out.
+  options.outputLoader = [](Sim::AgentHarness& harness, std::vector<Sim::StateRow> const& rows) {
+    for (auto const& problem : DbLink::loadOutputRows(harness, rows)) {
+      std::cerr << kProgram << ": output left out: " << problem << "\n";
+    }
+  };
   Sim::ScenarioRunner runner(std::move(scenario), options);
   Printer printer(line, runner);
   bool const ok = runner.run([&](Sim::StepReport const& step) { printer.step(step); });
@@ -176,6 +184,11 @@ int main(int argc, char** argv) {
   } catch (Sim::ScenarioError const& e) {
     std::cerr << kProgram << ": " << e.what() << "\n";
     return kExitUsage;
+  }
+  if (scenario.truncatedAtLine) {
+    std::cerr << kProgram << ": " << line.scenario
+              << ": the last line is incomplete (a recording cut short); replaying up to line "
+              << *scenario.truncatedAtLine - 1 << "\n";
   }
   try {
     applyTraceOptions(line);

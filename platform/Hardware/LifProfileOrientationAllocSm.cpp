@@ -132,6 +132,36 @@ void LifProfileOrientationAllocSm::withdraw(LifProfileOrientationKey const& key)
   groups_.erase(it);
 }
 
+void LifProfileOrientationAllocSm::takeSlotsBack() {
+  groups_.clear();
+  usedSlots_.clear();
+  for (auto const& [key, answer] : status_->lpoResponse()) {
+    std::uint32_t const orientation = toValue(answer.orientation());
+    std::uint32_t const slot =
+        orientation > kFirstMeshOrientation ? orientation - kFirstMeshOrientation : 0;
+    bool const mesh = key.splitHorizon() && !key.groupName().empty() && slot >= 1 &&
+                      slot <= meshGroups_ &&
+                      Marl::toValue(answer.inLifProfile()) == kSpokeProfile + slot;
+    if (!mesh || !config_ || !config_->lpoRequestHas(key)) {
+      continue;
+    }
+    auto const group = groupOf(key);
+    auto it = groups_.find(group);
+    if (it == groups_.end()) {
+      SlotMask& used = usedSlots_[group.domain];
+      SlotMask const bit = SlotMask{1} << (slot - 1);
+      if ((used & bit) != 0) {
+        continue;  // claimed by another group of the domain
+      }
+      used |= bit;
+      it = groups_.emplace(group, GroupSlot{slot, {}}).first;
+    } else if (it->second.slot != slot) {
+      continue;
+    }
+    it->second.holders.insert(key);
+  }
+}
+
 std::uint32_t LifProfileOrientationAllocSm::takeFreeSlot(Domain const& domain) {
   auto const used = usedSlots_.find(domain);
   SlotMask const taken = used == usedSlots_.end() ? 0 : used->second;

@@ -51,6 +51,14 @@ class LifProfileOrientationAllocSm : public Loom::Node {
   // The agent's start-up synchronisation is over; counted, nothing else to do here.
   void handleStartupSyncDone() { ++startupSyncDoneCalls_; }
   std::uint32_t startupSyncDoneCalls() const noexcept { return startupSyncDoneCalls_; }
+  // An allocator that starts over shared state left by an earlier one continues its count.
+  void startupSyncDoneCallsIs(std::uint32_t calls) noexcept { startupSyncDoneCalls_ = calls; }
+
+  // Starting over shared state: forgets what it holds and takes back the slots of the answers
+  // present whose request is present too. A mesh answer (profile 10 + s, orientation s + 3, s
+  // within meshGroups) makes its group hold slot s; where two groups of a domain claim one slot,
+  // the first in key order keeps it and the other's requests hold nothing.
+  void takeSlotsBack();
 
   std::uint32_t meshGroups() const noexcept { return meshGroups_; }
   // The mesh slot of a group, 0 when it holds none.

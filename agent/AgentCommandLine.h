@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "dblink/RedisUrl.h"
+
+namespace VplsAgent {
+
+// The daemon's command line:
+//   vpls-decap-agent --redis URL [--db N] [--socket-dir DIR] [--mesh-groups N]
+//                    [--flashlog PATH] [--trace-level N] [--trace-file PATH] [--record FILE]
+// Options also as --option=VALUE.
+struct AgentCommandLine {
+  bool help = false;
+  DbLink::RedisEndpoint redis;
+  int db = 0;
+  std::optional<std::string> socketDir;
+  std::uint32_t meshGroups = 4;
+  std::optional<std::string> flashlog;
+  std::optional<int> traceLevel;
+  std::optional<std::string> traceFile;
+  std::optional<std::string> record;
+};
+
+// The usage text, several lines ending in a newline.
+std::string agentUsage();
+
+// Parses the arguments after the program name; Sim::UsageError names what is wrong.
+AgentCommandLine parseAgentCommandLine(std::vector<std::string> const& args);
+
+}  // namespace VplsAgent

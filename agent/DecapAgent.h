@@ -1,0 +1,156 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "Cog/Log.h"
+#include "Loom/Ptr.h"
+#include "Orb/TaskSchedulerRoot.h"
+#include "agent/AgentCommandLine.h"
+#include "agent/OutputTracker.h"
+#include "agent/Recorder.h"
+#include "agent/StateSnapshot.h"
+#include "dblink/RedisConnection.h"
+#include "dblink/WriteBatch.h"
+#include "sim/AgentHarness.h"
+#include "sim/Scenario.h"
+
+namespace VplsAgent {
+
+// The VPLS decap agent as a daemon whose shared state lives in a Redis server: other processes
+// write its inputs and read its outputs there (docs/agent.md).
+//
+// One scheduler loop carries everything: the two database connections (commands, and the
+// keyspace notifications of the input keys), the command socket of the hosted wrapper, and
+// the timers. The agent goes through these states:
+//   connecting    until both connections are up (retrying with backoff, one line per change);
+//   synchronising subscribed to the notifications, reading every input and output key; the
+//                 first time it then starts the wrapper over what it found, later it applies
+//                 what changed while it was away; either way it writes only the differences;
+//   running       each batch of notifications re-reads its keys, applies them to the inputs
+//                 as the scenario runner does, and writes the outputs that changed in one
+//                 transaction, with the barrier's token after them.
+// A lost connection goes back to connecting; the show command answers from memory meanwhile.
+//
+// Invariants: a notification is applied only after every notification received before it;
+// outputs are written in the order their changes were applied; the barrier's token is written
+// only in the transaction that carries the outputs of every change notified before it.
+// Threading: the scheduler's thread; stopFromSignal() from a signal handler.
+class DecapAgent {
+ public:
+  explicit DecapAgent(AgentCommandLine config);
+  ~DecapAgent();
+  DecapAgent(DecapAgent const&) = delete;
+  DecapAgent& operator=(DecapAgent const&) = delete;
+
+  // Runs until a stop; then finishes the writes under way (for at most a few seconds), stops
+  // the wrapper and closes the connections. Returns the process's exit code.
+  int run();
+  // Async-signal-safe.
+  void stopFromSignal() noexcept;
+
+  Orb::TaskSchedulerRoot& scheduler() const noexcept { return *scheduler_; }
+
+ private:
+  enum class State : std::uint8_t { connecting, synchronising, running };
+  struct Notification {
+    std::string key;
+    std::string event;
+  };
+  // The notifications whose keys are being re-read, and what each read found.
+  struct Read {
+    std::optional<DbLink::Fields> fields;  // none: the key is absent
+    std::string error;                     // the key holds another type
+  };
+  struct Batch {
+    std::vector<Notification> notifications;
+    std::unordered_map<std::string, Read> reads;
+    std::size_t waiting = 0;
+  };
+
+  // Connection lifecycle.
+  void connect();
+  void connectionUp();
+  void connectionLost(std::string const& why);
+  void retryLater(std::string const& why);
+  void configureNotifications();
+  void subscribe();
+  void onPush(DbLink::RedisReply&& reply);
+
+  // Synchronisation.
+  void synchronise();
+  void onSnapshot(StateSnapshot&& found);
+  void startWrapper(StateSnapshot const& found);
+  void catchUp(StateSnapshot const& found);
+  std::vector<Sim::Op> decodeInputs(StateSnapshot const& found);
+  void writeDifferences(StateSnapshot const& found);
+
+  // Notifications.
+  void scheduleBatch();
+  void nextBatch();
+  void applyBatch(Batch& batch);
+  void applyKey(std::string const& key, DbLink::Fields const* fields, std::string const& error);
+  void apply(std::string const& key, Sim::Op const& op);
+  void libraryError(std::string const& key, std::string const& what);
+
+  // Writes.
+  void flush();
+  void appendDecapConfig(DbLink::WriteBatch& batch);
+  void appendAgentStatus(DbLink::WriteBatch& batch);
+  void appendLogs(DbLink::WriteBatch& batch);
+  void send(DbLink::WriteBatch& batch);
+
+  void say(std::string const& line) const;
+
+  AgentCommandLine const config_;
+  Loom::Ptr<Orb::TaskSchedulerRoot> const scheduler_;
+  State state_ = State::connecting;
+  bool stopping_ = false;
+  // The connections of the current attempt; replaced after a loss.
+  std::unique_ptr<DbLink::RedisConnection> commands_;
+  std::unique_ptr<DbLink::RedisConnection> notifications_;
+  bool subscribed_ = false;
+  std::unique_ptr<SnapshotReader> snapshotReader_;
+  Orb::TaskSchedulerRoot::TimerId retryTimer_ = 0;
+  std::chrono::milliseconds backoff_;
+  // The last line said about the connection, so that each change of state is said once.
+  std::string connectionNote_;
+
+  // The agent, from the first synchronisation on.
+  std::unique_ptr<Sim::AgentHarness> harness_;
+  std::unique_ptr<OutputTracker> tracker_;
+  std::unique_ptr<Recorder> recorder_;
+
+  std::deque<Notification> pending_;
+  // The batch whose keys are being re-read, if any.
+  std::optional<Batch> batch_;
+  Orb::TaskSchedulerRoot::TimerId batchTimer_ = 0;
+  // Counts connection losses: a reply handler of an earlier connection does nothing.
+  std::uint64_t generation_ = 0;
+  std::size_t connectionsUp_ = 0;
+  // Notifications of the agent's own writes to VPLS_DECAP_CONFIG that are still to come.
+  std::size_t ownDecapConfigWrites_ = 0;
+  // What the database holds of VPLS_DECAP_CONFIG, as read (bad fields at their default).
+  bool heldStartupSyncDone_ = false;
+  bool heldRestartDone_ = false;
+
+  // The barrier and the agent status: the last token handled, the errors counted; and what
+  // the database holds of them.
+  std::optional<std::string> syncToken_;
+  std::uint64_t errors_ = 0;
+  std::string lastError_;
+  std::optional<DbLink::Fields> heldAgentStatus_;
+  // Structured log messages not yet written to the log stream.
+  std::deque<std::pair<std::string, std::string>> logs_;
+  std::uint64_t logsDropped_ = 0;
+  Cog::LogSink previousSink_;
+  // Writes sent and not yet answered.
+  std::size_t writesInFlight_ = 0;
+};
+
+}  // namespace VplsAgent

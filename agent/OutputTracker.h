@@ -1,0 +1,102 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "Fab/HwVplsPwDecapStatus.h"
+#include "Fab/HwVplsPwStatus.h"
+#include "Fab/LabelToPwIntfId.h"
+#include "Fab/VplsPwIntfAdditionalDataMap.h"
+#include "Hardware/EsemConfigVpls.h"
+#include "Hardware/EvecProfileRequestDir.h"
+#include "Hardware/IntfToLifProfileOrientationKeyMap.h"
+#include "Hardware/LifProfileOrientationConfig.h"
+#include "Hardware/LifProfileOrientationStatus.h"
+#include "Hardware/MplsDecapConfig.h"
+#include "Hardware/TagPopPushConfig.h"
+#include "dblink/OutputRows.h"
+#include "sim/AgentHarness.h"
+
+namespace VplsAgent {
+
+// One reactor subscribed to an output entity; it unsubscribes when it goes.
+class OutputSubscription {
+ public:
+  virtual ~OutputSubscription() = default;
+};
+
+// Collects what changes in the agent's outputs between two writes to the state database: it
+// subscribes to every output entity of a running harness and notes each notified key, and it
+// notes the pseudowires whose status may have changed. take() turns the notes into rows (the
+// element's current hash, or none for an element that is gone) and forgets them.
+//
+// It also keeps what the database holds of the derived rows it writes itself: the pseudowire
+// statuses and the state-machine status, so that those are only written when they change.
+//
+// Invariants: attached to exactly one running harness from attach() to its destruction; the
+// harness's decap status must be the running wrapper's. Runs on the agent's scheduler thread.
+class OutputTracker {
+ public:
+  explicit OutputTracker(Sim::AgentHarness& harness);
+  ~OutputTracker();
+  OutputTracker(OutputTracker const&) = delete;
+  OutputTracker& operator=(OutputTracker const&) = delete;
+
+  // A pseudowire an input op named; or every pseudowire (a change that concerns them all).
+  void pseudowireTouched(Netcore::IntfId pw) { dirtyPws_.insert(pw); }
+  void allPseudowiresTouched() { allPwsDirty_ = true; }
+
+  // What the database holds of the derived rows, as read at (re)synchronisation: the status
+  // text per pseudowire and the state-machine status hash. Marks every pseudowire touched.
+  void derivedRowsFound(std::unordered_map<Netcore::IntfId, std::string> pwStatuses,
+                        std::optional<DbLink::Fields> smStatus);
+
+  // Forgets the keys noted so far (a full comparison with the database has covered them).
+  void forgetNotes();
+
+  // The rows to write since the last take(): changed output elements, then the pseudowire
+  // statuses and the state-machine status that differ from what the database holds (which
+  // they then are taken to hold).
+  std::vector<DbLink::OutputRow> take();
+  bool empty() const;
+
+ private:
+  void noteLabel(Netcore::MplsLabel label);
+  void noteOrientation(Hardware::MarlTunnel::LifProfileOrientationKey const& key);
+  void takePseudowireStatuses(std::vector<DbLink::OutputRow>& rows);
+  std::vector<Hardware::MarlTunnel::Orientation> orientationsOf(Netcore::IntfId pw) const;
+
+  Sim::AgentHarness& harness_;
+  // Keys notified since the last take(), per output table.
+  std::vector<Hardware::MarlTunnel::MplsDecapInfoKey> mplsDecap_;
+  std::vector<Netcore::MplsLabel> labels_;
+  std::vector<Fab::VplsPwIntfVlanKey> decapStatus_;
+  std::vector<Netcore::IntfId> additionalIds_;
+  std::vector<Fab::VplsIntfKey> additionalData_;
+  std::vector<Hardware::MarlTunnel::LifProfileOrientationKey> lpoRequests_;
+  std::vector<Hardware::MarlTunnel::LifProfileOrientationKey> lpoResponses_;
+  std::vector<Netcore::IntfId> intfToLpoKeys_;
+  std::vector<Hardware::MarlTunnel::EsemConfigKeyVpls> esem_;
+  std::vector<Hardware::Marl::VtAppId> apps_;
+  std::vector<Hardware::MarlTunnel::EvecProfileKey> evec_;
+
+  std::unordered_set<Netcore::IntfId> dirtyPws_;
+  bool allPwsDirty_ = true;
+  // The pseudowire each decap label was last seen to belong to, so that a label that moves
+  // touches both pseudowires.
+  std::unordered_map<std::uint32_t, Netcore::IntfId> labelOwners_;
+  // The orientation answers per pseudowire, for its status without a walk of every answer.
+  std::unordered_map<Netcore::IntfId, std::vector<Hardware::MarlTunnel::LifProfileOrientationKey>>
+      answered_;
+  // What the database holds of the derived rows.
+  std::unordered_map<Netcore::IntfId, std::string> pwStatuses_;
+  std::optional<DbLink::Fields> smStatus_;
+  // The subscriptions, one per output entity.
+  std::vector<std::unique_ptr<OutputSubscription>> subscriptions_;
+};
+
+}  // namespace VplsAgent

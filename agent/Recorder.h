@@ -1,0 +1,34 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "Orb/UniqueFd.h"
+#include "sim/Scenario.h"
+
+namespace VplsAgent {
+
+// Writes what the agent applied as a recording that the scenario runner replays: the state
+// found at start-up as the first line (a scenario without events, with the outputs found),
+// then one line per input change applied. Each line goes out in one write(2), so that a
+// recording cut short by a kill ends in at most one incomplete line, which the runner drops.
+//
+// A write that fails is reported once and ends the recording; the agent goes on without it.
+// Runs on the agent's scheduler thread.
+class Recorder {
+ public:
+  // Creates (or truncates) the file; std::system_error when it cannot.
+  explicit Recorder(std::filesystem::path path);
+
+  void start(Sim::Scenario const& found);
+  void record(Sim::Op const& op);
+  std::filesystem::path const& path() const noexcept { return path_; }
+
+ private:
+  void writeLine(std::string const& line);
+
+  std::filesystem::path path_;
+  Orb::UniqueFd fd_;
+};
+
+}  // namespace VplsAgent

@@ -1,0 +1,90 @@
+// vpls-decap-agent: the VPLS decap agent as a daemon on a Redis state database.
+// Usage: agent/AgentCommandLine.cpp; keys, start-up, faults and recording: docs/agent.md.
+
+#include <signal.h>
+
+#include <atomic>
+#include <exception>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "Trace/Duallog.h"
+#include "Trace/Flashlog.h"
+#include "agent/AgentCommandLine.h"
+#include "agent/DecapAgent.h"
+#include "sim/CommandLine.h"
+
+namespace {
+
+constexpr int kExitStopped = 0;
+constexpr int kExitFailed = 1;
+constexpr int kExitUsage = 2;
+constexpr char kProgram[] = "vpls-decap-agent";
+
+// The running agent, for the signal handler.
+std::atomic<VplsAgent::DecapAgent*> runningAgent{nullptr};
+
+extern "C" void onStopSignal(int) {
+  if (auto* const agent = runningAgent.load()) {
+    agent->stopFromSignal();
+  }
+}
+
+void installSignalHandlers() {
+  struct sigaction action {};
+  action.sa_handler = onStopSignal;
+  sigemptyset(&action.sa_mask);
+  ::sigaction(SIGINT, &action, nullptr);
+  ::sigaction(SIGTERM, &action, nullptr);
+  struct sigaction ignore {};
+  ignore.sa_handler = SIG_IGN;
+  ::sigaction(SIGPIPE, &ignore, nullptr);
+}
+
+void applyTraceOptions(VplsAgent::AgentCommandLine const& line) {
+  if (line.flashlog) {
+    Trace::Flashlog::open(*line.flashlog);
+  }
+  if (line.traceFile) {
+    Trace::Duallog::outputFileIs(*line.traceFile);
+  }
+  if (line.traceLevel) {
+    Trace::Duallog::levelIs("MarlTunnel", *line.traceLevel);
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  VplsAgent::AgentCommandLine line;
+  try {
+    line = VplsAgent::parseAgentCommandLine(std::vector<std::string>(argv + 1, argv + argc));
+  } catch (Sim::UsageError const& e) {
+    std::cerr << kProgram << ": " << e.what() << "\n" << VplsAgent::agentUsage();
+    return kExitUsage;
+  }
+  if (line.help) {
+    std::cout << VplsAgent::agentUsage();
+    return kExitStopped;
+  }
+  try {
+    applyTraceOptions(line);
+  } catch (std::exception const& e) {
+    std::cerr << kProgram << ": " << e.what() << "\n";
+    return kExitUsage;
+  }
+
+  installSignalHandlers();
+  try {
+    VplsAgent::DecapAgent agent(line);
+    runningAgent.store(&agent);
+    int const code = agent.run();
+    runningAgent.store(nullptr);
+    return code;
+  } catch (std::exception const& e) {
+    runningAgent.store(nullptr);
+    std::cerr << kProgram << ": " << e.what() << "\n";
+    return kExitFailed;
+  }
+}

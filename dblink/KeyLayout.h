@@ -1,0 +1,87 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+// The keys of the state the agent shares through the state database: one hash per element,
+// key segments joined with '|', numbers in decimal, booleans as "true"/"false". Other
+// processes read and write these keys directly, so every name here is part of the contract
+// (docs/agent.md).
+namespace DbLink {
+
+inline constexpr char kSeparator = '|';
+
+// Inputs: other processes write them, the agent reads them.
+inline constexpr std::string_view kPwIntfInfo = "VPLS_PW_INTF_INFO";                 // |<pw>
+inline constexpr std::string_view kDecapLabel = "VPLS_DECAP_LABEL";                  // |<pw>
+inline constexpr std::string_view kVlanTagInfo = "VPLS_VLAN_TAG_INFO";               // |<pw>|<vlan>
+inline constexpr std::string_view kEncapHwFecId = "VPLS_ENCAP_HW_FEC_ID";            // |<pw>
+inline constexpr std::string_view kDecapConfig = "VPLS_DECAP_CONFIG";                // one hash
+inline constexpr std::string_view kVtepTypeStatus = "VTEP_TYPE_STATUS";              // one hash
+inline constexpr std::string_view kHwFecIdResponse = "L2_UCAST_HW_FEC_ID_RESPONSE";  // |<any>
+inline constexpr std::string_view kAgentSync = "VPLS_AGENT_SYNC";                    // one hash
+
+// Outputs: the agent writes them, other processes read them.
+inline constexpr std::string_view kMplsDecapConfig = "MPLS_DECAP_CONFIG";
+inline constexpr std::string_view kLabelToPwIntf = "LABEL_TO_PW_INTF";
+inline constexpr std::string_view kDecapStatus = "VPLS_DECAP_STATUS";
+inline constexpr std::string_view kEncapAdditionalId = "VPLS_ENCAP_ADDITIONAL_ID";
+inline constexpr std::string_view kAdditionalData = "VPLS_ADDITIONAL_DATA";
+inline constexpr std::string_view kLpoRequest = "LPO_REQUEST";
+inline constexpr std::string_view kLpoResponse = "LPO_RESPONSE";
+inline constexpr std::string_view kIntfToLpoKey = "INTF_TO_LPO_KEY";
+inline constexpr std::string_view kEsemConfig = "ESEM_CONFIG";
+inline constexpr std::string_view kTagPopPushApp = "TAG_POP_PUSH_APP";
+inline constexpr std::string_view kEvecProfileRequest = "EVEC_PROFILE_REQUEST";
+inline constexpr std::string_view kSmStatus = "VPLS_SM_STATUS";        // one hash
+inline constexpr std::string_view kPwStatus = "VPLS_PW_STATUS";        // |<pw>
+inline constexpr std::string_view kAgentStatus = "VPLS_AGENT_STATUS";  // one hash
+inline constexpr std::string_view kLogStream = "VPLS_LOG";             // a stream
+
+// Fields of the singleton hashes.
+inline constexpr std::string_view kTokenField = "token";
+inline constexpr std::string_view kSyncField = "sync";
+inline constexpr std::string_view kErrorsField = "errors";
+inline constexpr std::string_view kLastErrorField = "lastError";
+inline constexpr std::string_view kStatusField = "status";
+
+// A hash as read or to be written: its fields and values in order.
+using Fields = std::vector<std::pair<std::string, std::string>>;
+
+// The tables whose keys the agent reads at start-up and after every reconnection, and writes.
+inline constexpr std::array kInputTables{kPwIntfInfo,   kDecapLabel,  kVlanTagInfo,
+                                         kEncapHwFecId, kDecapConfig, kVtepTypeStatus};
+inline constexpr std::array kOutputTables{
+    kMplsDecapConfig,    kLabelToPwIntf, kDecapStatus,  kEncapAdditionalId, kAdditionalData,
+    kLpoRequest,         kLpoResponse,   kIntfToLpoKey, kEsemConfig,        kTagPopPushApp,
+    kEvecProfileRequest, kSmStatus,      kPwStatus};
+
+// Which table a key belongs to: its first segment when that names one of `tables` and the
+// key has more segments or the table is a single hash; none otherwise.
+std::optional<std::string_view> tableOf(std::string_view key);
+bool isInputTable(std::string_view table);
+bool isOutputTable(std::string_view table);
+
+// Joins segments with '|'.
+std::string joinKey(std::initializer_list<std::string_view> segments);
+// Splits a key at every '|' (an empty segment stays).
+std::vector<std::string_view> splitKey(std::string_view key);
+
+// The keyspace-notification channel patterns of every input key (and the barrier key) in
+// database `db`, for PSUBSCRIBE; and the key a notification channel names.
+std::vector<std::string> inputChannelPatterns(int db);
+std::optional<std::string_view> keyOfChannel(std::string_view channel);
+
+// Text forms, and their strict readings: plain decimal digits within [0, max]; exactly "true"
+// or "false". Anything else reads as nothing.
+std::string boolText(bool value);
+std::string numberText(std::uint64_t value);
+std::optional<std::uint64_t> readNumber(std::string_view text, std::uint64_t max);
+std::optional<bool> readBool(std::string_view text);
+
+}  // namespace DbLink

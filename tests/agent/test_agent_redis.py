@@ -1,0 +1,278 @@
+"""The agent daemon against a real redis-server: the example scenarios written into Redis
+event by event give, after each event's barrier, exactly the outputs of the scenario runner
+(across agent restarts by SIGTERM and SIGKILL); a settled restart writes no output key; bad
+input is named and treated as absent; a server restart is survived; a recording replays to
+the same outputs.
+
+Needs $VPLS_DECAP_AGENT and $VPLS_DECAP_SIM (CTest sets them) and Debian's python3-redis."""
+
+import json
+import os
+import pathlib
+import signal
+import socket
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+sys.path.insert(0, str(pathlib.Path(__file__).parent))
+import agent_rig as rig  # noqa: E402
+
+SOURCE = pathlib.Path(__file__).resolve().parents[2]
+EXAMPLES = sorted((SOURCE / "examples").glob("*.json"))
+
+
+def runner_states(scenario_path):
+    """The runner's state after start-up and after every event."""
+    out = subprocess.run([os.environ["VPLS_DECAP_SIM"], "run", str(scenario_path), "--json",
+                          "--each"], capture_output=True, text=True, check=True).stdout
+    return [json.loads(line) for line in out.splitlines()]
+
+
+class AgentCase(unittest.TestCase):
+    def setUp(self):
+        self.prepare()
+
+    def prepare(self):
+        """A fresh directory and server (a test may take several)."""
+        for name in ("VPLS_DECAP_AGENT", "VPLS_DECAP_SIM"):
+            if not os.environ.get(name):
+                self.skipTest(name + " is not set")
+        self.dir = tempfile.TemporaryDirectory()
+        self.addCleanup(self.dir.cleanup)
+        self.server = rig.RedisServer(self.dir.name)
+        self.addCleanup(self.server.stop)
+        self.db = self.server.client()
+        self.addCleanup(lambda: self.db.close())
+
+    def agent(self, args=(), env=None):
+        agent = rig.Agent(os.environ["VPLS_DECAP_AGENT"], self.server.url, self.dir.name, args,
+                          env)
+        self.addCleanup(agent.stop, signal.SIGKILL)
+        agent.start()
+        return agent
+
+    def assertOutputs(self, state, where, agent):
+        expected = rig.expected_rows(state)
+        actual = rig.output_rows(self.db)
+        if actual != expected:
+            missing = {k: v for k, v in expected.items() if actual.get(k) != v}
+            extra = {k: v for k, v in actual.items() if expected.get(k) != v}
+            self.fail(f"{where}: outputs differ\n expected, not found: {missing}\n"
+                      f" found, not expected: {extra}\nagent:\n{agent.output()[-3000:]}")
+        self.assertEqual(rig.logs(self.db), state["logs"], where)
+
+
+class Examples(AgentCase):
+    """Each example scenario, event by event, through Redis."""
+
+    def play(self, path, restart_signal):
+        scenario = json.loads(path.read_text())
+        states = runner_states(path)
+        for op in scenario.get("before", []):
+            rig.write_op(self.db, op)
+        if not scenario.get("cleanSlate", True):
+            self.db.hset("L2_UCAST_HW_FEC_ID_RESPONSE|1", "hwFecIdResponse", "1")
+        env = rig.toggle_env(self.dir.name, scenario.get("toggles"))
+        agent = self.agent(["--mesh-groups", str(scenario.get("meshGroups", 4))], env)
+        rig.barrier(self.db, "start")
+        self.assertOutputs(states[0]["state"], f"{path.name} after start-up", agent)
+        for i, op in enumerate(scenario.get("events", [])):
+            if op["op"] == "restart":
+                self.assertEqual(agent.stop(restart_signal), 0 if restart_signal ==
+                                 signal.SIGTERM else -signal.SIGKILL)
+                agent.start()
+            elif op["op"] in ("set", "del"):
+                rig.write_op(self.db, op)
+            rig.barrier(self.db, f"event {i}")
+            self.assertOutputs(states[i + 1]["state"], f"{path.name} after event {i} {op}", agent)
+        return agent, states[-1]["state"]
+
+    def test_examples_match_the_runner_after_every_event(self):
+        for path in EXAMPLES:
+            with self.subTest(example=path.name):
+                self.prepare()
+                self.play(path, signal.SIGTERM)
+
+    def test_restarts_by_sigkill_match_the_runner(self):
+        self.play(SOURCE / "examples" / "agent-restart.json", signal.SIGKILL)
+
+    def test_a_settled_restart_writes_only_what_the_restart_changes(self):
+        example = SOURCE / "examples" / "split-horizon-groups.json"
+        agent, state = self.play(example, signal.SIGTERM)
+        # What the runner's restart changes over the same state (the start-up walk's rules).
+        scenario = json.loads(example.read_text())
+        scenario["events"].append({"op": "restart"})
+        restarted = pathlib.Path(self.dir.name) / "restarted.json"
+        restarted.write_text(json.dumps(scenario))
+        before, after = (rig.expected_rows(s["state"]) for s in runner_states(restarted)[-2:])
+        changed = {k for k in before.keys() | after.keys() if before.get(k) != after.get(k)}
+
+        watcher = self.db.pubsub()
+        self.addCleanup(watcher.close)
+        watcher.psubscribe("__keyspace@0__:*")
+        agent.stop(signal.SIGTERM)
+        agent.start()
+        rig.barrier(self.db, "settled")
+        written = set()
+        while (message := watcher.get_message(timeout=0.2)) is not None:
+            if message["type"] == "pmessage":
+                written.add(message["channel"].split(":", 1)[1])
+        outputs = {k for k in written if k.split("|", 1)[0] in rig.OUTPUT_TABLES}
+        self.assertEqual(outputs, changed, agent.output())
+        self.assertOutputs(runner_states(restarted)[-1]["state"], "after the restart", agent)
+
+
+class Faults(AgentCase):
+    BEFORE = [
+        {"op": "set", "table": "vplsPwIntfInfo", "key": pw, "value": {"vplsInstanceName": "v1"}}
+        for pw in ("Pseudowire1", "Pseudowire2")] + [
+        {"op": "set", "table": "decapLabel", "key": "Pseudowire1", "value": 1001},
+        {"op": "set", "table": "decapLabel", "key": "Pseudowire2", "value": 1002},
+        {"op": "set", "table": "vlanTagInfo", "key": {"pw": "Pseudowire1", "vlan": 10},
+         "value": 10},
+        {"op": "set", "table": "vlanTagInfo", "key": {"pw": "Pseudowire2", "vlan": 10},
+         "value": 10}] + [
+        {"op": "set", "table": "encapHwFecId", "key": pw,
+         "value": {"hwFecId": 4000 + n, "globalInLif": 8000 + n}}
+        for n, pw in ((1, "Pseudowire1"), (2, "Pseudowire2"))]
+
+    def scenario_file(self, events):
+        path = pathlib.Path(self.dir.name) / "equivalent.json"
+        path.write_text(json.dumps({"before": self.BEFORE, "events": events}))
+        return path
+
+    def test_bad_input_is_named_and_treated_as_absent(self):
+        def delete(table, key):
+            return [{"op": "del", "table": table, "key": key}]
+        # What is written, what the agent must say, and what the write then amounts to.
+        rows = [
+            (("hset", "VPLS_DECAP_LABEL|Pseudowire2", {"label": "abc"}),
+             "VPLS_DECAP_LABEL|Pseudowire2: field label: \"abc\" is not a number",
+             delete("decapLabel", "Pseudowire2")),
+            (("hset", "VPLS_DECAP_LABEL|Pseudowire2", {"label": "1048576"}),
+             "is not a number from 0 to 1048575", []),
+            (("hset", "VPLS_VLAN_TAG_INFO|Pseudowire2|5000", {"tag": "1"}),
+             "VPLS_VLAN_TAG_INFO|Pseudowire2|5000: the key does not parse", []),
+            (("hset", "VPLS_DECAP_LABEL|Pseudowire0", {"label": "5"}),
+             "is not an interface name", []),
+            (("hset", "VPLS_ENCAP_HW_FEC_ID|Pseudowire2", {"hwFecId": "-1", "globalInLif": "1"}),
+             "field hwFecId: \"-1\"", delete("encapHwFecId", "Pseudowire2")),
+            (("hset", "VPLS_PW_INTF_INFO|Pseudowire2", {"vplsInstanceName": "a|b"}),
+             "contains '|'", delete("vplsPwIntfInfo", "Pseudowire2")),
+            (("set", "VPLS_VLAN_TAG_INFO|Pseudowire2|10", "10"),
+             "VPLS_VLAN_TAG_INFO|Pseudowire2|10: holds a value of another type",
+             delete("vlanTagInfo", {"pw": "Pseudowire2", "vlan": 10})),
+            (("hset", "VPLS_DECAP_LABEL|Pseudowire1", {"label": "1001", "color": "red"}),
+             "field \"color\" is not one of this table's", delete("decapLabel", "Pseudowire1")),
+            (("hset", "VTEP_TYPE_STATUS", {"vxlanPresent": "yes"}),
+             "VTEP_TYPE_STATUS: field vxlanPresent: \"yes\" is not a boolean",
+             [{"op": "set", "table": "vxlanPresent", "value": False}]),
+            (("hdel", "VPLS_DECAP_LABEL|Pseudowire1", "color"), None,
+             [{"op": "set", "table": "decapLabel", "key": "Pseudowire1", "value": 1001}]),
+        ]
+        events = []
+        for _, _, equivalent in rows:
+            events += equivalent + [{"op": "show", "args": "None None None"}]
+        states = runner_states(self.scenario_file(events))
+        for op in self.BEFORE:
+            rig.write_op(self.db, op)
+        agent = self.agent()
+        rig.barrier(self.db, "start")
+        step = 0
+        for (command, key, value), said, equivalent in rows:
+            if command == "set":
+                self.db.delete(key)
+                self.db.set(key, value)
+            elif command == "hdel":
+                self.db.hdel(key, value)
+            else:
+                self.db.hset(key, mapping=value)
+            rig.barrier(self.db, key + str(step))
+            step += len(equivalent) + 1
+            self.assertOutputs(states[step]["state"], f"after {key} = {value}", agent)
+            if said:
+                self.assertIn(said, agent.output())
+        self.assertIsNone(agent.process.poll(), "the agent stopped")
+
+    def test_a_server_restart_is_survived(self):
+        self.server.stop()
+        self.server = rig.RedisServer(self.dir.name, persistent=True)
+        self.addCleanup(self.server.stop)
+        self.db = self.server.client()
+        for op in self.BEFORE:
+            rig.write_op(self.db, op)
+        states = runner_states(self.scenario_file([]))
+        agent = self.agent()
+        rig.barrier(self.db, "before")
+        self.server.process.terminate()  # a clean stop writes the append-only file
+        self.server.process.wait()
+        # Down: the show command still answers from memory.
+        answer = ask(pathlib.Path(agent.socket_dir) / "MarlTunnelVpls")
+        self.assertIn("1001", answer)
+        self.server.start()
+        self.db = self.server.client()
+        rig.barrier(self.db, "after")
+        self.assertOutputs(states[-1]["state"], "after the server restart", agent)
+        self.assertIn("lost the state database", agent.output())
+        rig.write_op(self.db, {"op": "del", "table": "decapLabel", "key": "Pseudowire2"})
+        rig.barrier(self.db, "changed")
+        states = runner_states(self.scenario_file(
+            [{"op": "del", "table": "decapLabel", "key": "Pseudowire2"}]))
+        self.assertOutputs(states[-1]["state"], "a change after the restart", agent)
+
+    def test_the_agent_waits_for_a_server_that_is_not_there_yet(self):
+        self.server.stop()
+        agent = self.agent()
+        time.sleep(0.5)
+        self.assertIsNone(agent.process.poll())
+        self.server.start()
+        self.db = self.server.client()
+        rig.barrier(self.db, "up")
+        self.assertEqual(agent.output().count("waiting for the state database"), 1)
+
+
+class Recording(AgentCase):
+    def test_a_recording_replays_to_the_same_outputs(self):
+        record = pathlib.Path(self.dir.name) / "recording.jsonl"
+        example = json.loads((SOURCE / "examples" / "vxlan-regimes.json").read_text())
+        half = len(example["before"]) // 2
+        for op in example["before"][:half]:
+            rig.write_op(self.db, op)
+        agent = self.agent(["--record", str(record)])
+        rig.barrier(self.db, "start")
+        for op in example["before"][half:] + example.get("events", []):
+            if op["op"] in ("set", "del"):
+                rig.write_op(self.db, op)
+        rig.barrier(self.db, "done")
+        agent.stop(signal.SIGKILL)
+        replayed = runner_states(record)[-1]["state"]
+        self.assertOutputs(replayed, "the recording replayed", agent)
+
+        # Cut inside its last line, as a kill while writing it would leave it.
+        lines = record.read_bytes().splitlines(keepends=True)
+        record.write_bytes(b"".join(lines[:-1]) + lines[-1][:-5])
+        shorter = pathlib.Path(self.dir.name) / "shorter.jsonl"
+        shorter.write_bytes(b"".join(lines[:-1]))
+        run = subprocess.run([os.environ["VPLS_DECAP_SIM"], "run", str(record), "--json"],
+                             capture_output=True, text=True)
+        self.assertEqual(run.returncode, 0, run.stderr)
+        self.assertIn("incomplete", run.stderr)
+        self.assertEqual(json.loads(run.stdout), runner_states(shorter)[-1]["state"])
+
+
+def ask(path, request=b"vplsDecap None None None\n"):
+    with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as client:
+        client.settimeout(10)
+        client.connect(str(path))
+        client.sendall(request)
+        chunks = []
+        while chunk := client.recv(1 << 16):
+            chunks.append(chunk)
+    return b"".join(chunks).decode()
+
+
+if __name__ == "__main__":
+    unittest.main()
