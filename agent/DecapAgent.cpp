@@ -30,10 +30,20 @@ constexpr std::chrono::seconds kStopGrace{5};
 constexpr std::string_view kNeededEvents = "Kg$lshzxet";
 constexpr std::string_view kAllEvents = "g$lshzxetd";  // what 'A' stands for
 
-bool sameFields(Fields a, Fields b) {
-  std::sort(a.begin(), a.end());
-  std::sort(b.begin(), b.end());
-  return a == b;
+// Whether two hashes hold the same fields; the agent writes the fields of a table in one
+// order, which the server keeps, so the comparison in order is the usual one.
+bool sameFields(Fields const& a, Fields const& b) {
+  if (a.size() != b.size()) {
+    return false;
+  }
+  if (a == b) {
+    return true;
+  }
+  Fields sortedA = a;
+  Fields sortedB = b;
+  std::sort(sortedA.begin(), sortedA.end());
+  std::sort(sortedB.begin(), sortedB.end());
+  return sortedA == sortedB;
 }
 
 // The toggles the library reads, for the recording: the toggle file as a map, none when there
@@ -260,22 +270,23 @@ void DecapAgent::subscribe() {
       onPush(std::move(reply));
     }
   });
-  std::vector<std::string> args{"PSUBSCRIBE"};
-  for (auto& pattern : DbLink::inputChannelPatterns(config_.db)) {
-    args.push_back(std::move(pattern));
+  // One pattern per command, so that each answer pairs with its command. The subscription is
+  // complete when the last one is answered: every write after that is notified, so reading
+  // everything next misses nothing.
+  auto const patterns = DbLink::inputChannelPatterns(config_.db);
+  auto const left = std::make_shared<std::size_t>(patterns.size());
+  for (auto const& pattern : patterns) {
+    notifications_->command({"PSUBSCRIBE", pattern}, [this, gen, left](RedisReply&& reply) {
+      if (gen != generation_) {
+        return;
+      }
+      if (reply.isError()) {
+        connectionLost("cannot subscribe to keyspace notifications: " + reply.text);
+      } else if (--*left == 0) {
+        synchronise();
+      }
+    });
   }
-  // The subscription is complete when the server answers the command: every write after that
-  // is notified, so that reading everything next misses nothing.
-  notifications_->command(args, [this, gen](RedisReply&& reply) {
-    if (gen != generation_) {
-      return;
-    }
-    if (reply.isError()) {
-      connectionLost("cannot subscribe to keyspace notifications: " + reply.text);
-      return;
-    }
-    synchronise();
-  });
 }
 
 void DecapAgent::onPush(RedisReply&& reply) {
@@ -298,23 +309,34 @@ void DecapAgent::onPush(RedisReply&& reply) {
 // ---- Synchronisation ----
 
 void DecapAgent::synchronise() {
+  syncStarted_ = Orb::TaskSchedulerRoot::Clock::now();
   snapshotReader_ = std::make_unique<SnapshotReader>(
       *commands_, [this](StateSnapshot&& found) { onSnapshot(std::move(found)); });
 }
 
 void DecapAgent::onSnapshot(StateSnapshot&& found) {
+  using Clock = Orb::TaskSchedulerRoot::Clock;
+  auto const read = Clock::now();
   bool const first = !harness_;
   if (first) {
     startWrapper(found);
   } else {
     catchUp(found);
   }
-  writeDifferences(found);
+  auto const applied = Clock::now();
+  auto const inputKeys = found.inputs.size();
+  auto const outputKeys = found.outputs.size() + found.pwStatuses.size();
+  auto const written = writeDifferences(found);
   state_ = State::running;
   backoff_ = kFirstBackoff;
-  say(std::string(first ? "started" : "resynchronised") + " over " +
-      std::to_string(found.inputs.size()) + " input keys and " +
-      std::to_string(found.outputs.size() + found.pwStatuses.size()) + " output keys");
+  auto const ms = [](Clock::duration d) {
+    return std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(d).count());
+  };
+  say(std::string(first ? "started" : "resynchronised") + " over " + std::to_string(inputKeys) +
+      " input keys and " + std::to_string(outputKeys) + " output keys, writing " +
+      std::to_string(written) + " that differ (read " + ms(read - syncStarted_) + " ms, " +
+      (first ? "start-up " : "catch-up ") + ms(applied - read) + " ms, comparison " +
+      ms(Clock::now() - applied) + " ms)");
   scheduleBatch();
 }
 
@@ -370,15 +392,12 @@ void DecapAgent::startWrapper(StateSnapshot const& found) {
   for (auto const& op : decodeInputs(found)) {
     if (op.kind == Sim::OpKind::set && !(Sim::isAttribute(op.table) && !op.flag)) {
       Sim::applyInput(*harness_, op);
-      scenario.before.push_back(op);
+      if (recorder_) {
+        scenario.before.push_back(op);
+      }
     }
   }
-  for (auto const& [key, fields] : found.outputs) {
-    scenario.outputs.push_back(Sim::StateRow{key, fields});
-  }
-  std::sort(scenario.outputs.begin(), scenario.outputs.end(),
-            [](auto const& a, auto const& b) { return a.key < b.key; });
-  for (auto const& problem : DbLink::loadOutputRows(*harness_, scenario.outputs)) {
+  for (auto const& problem : DbLink::loadOutputRows(*harness_, found.outputs)) {
     say("output left out: " + problem);
   }
   if (found.agentStatus) {
@@ -391,6 +410,11 @@ void DecapAgent::startWrapper(StateSnapshot const& found) {
     }
   }
   if (recorder_) {
+    for (auto const& [key, fields] : found.outputs) {
+      scenario.outputs.push_back(Sim::StateRow{key, fields});
+    }
+    std::sort(scenario.outputs.begin(), scenario.outputs.end(),
+              [](auto const& a, auto const& b) { return a.key < b.key; });
     recorder_->start(scenario);
   }
   harness_->start();
@@ -422,27 +446,27 @@ void DecapAgent::catchUp(StateSnapshot const& found) {
   }
 }
 
-void DecapAgent::writeDifferences(StateSnapshot const& found) {
+std::size_t DecapAgent::writeDifferences(StateSnapshot& found) {
   DbLink::WriteBatch batch;
-  std::unordered_set<std::string> inMemory;
-  std::unordered_set<std::string> const wrongType(found.wrongTypeOutputs.begin(),
-                                                  found.wrongTypeOutputs.end());
+  std::unordered_set<std::string> wrongType(found.wrongTypeOutputs.begin(),
+                                            found.wrongTypeOutputs.end());
+  // What memory has is taken out of what was found; what stays there is gone from memory.
   DbLink::forEachOutputRow(*harness_, [&](std::string&& key, Fields&& fields) {
     auto const held = found.outputs.find(key);
-    if (held == found.outputs.end() || !sameFields(held->second, fields)) {
-      batch.hset(key, fields, held != found.outputs.end() || wrongType.contains(key));
+    bool const present = held != found.outputs.end();
+    bool const otherType = wrongType.erase(key) > 0;
+    if (!present || !sameFields(held->second, fields)) {
+      batch.hset(key, fields, present || otherType);
     }
-    inMemory.insert(std::move(key));
+    if (present) {
+      found.outputs.erase(held);
+    }
   });
   for (auto const& [key, fields] : found.outputs) {
-    if (!inMemory.contains(key)) {
-      batch.del(key);
-    }
+    batch.del(key);
   }
-  for (auto const& key : found.wrongTypeOutputs) {
-    if (!inMemory.contains(key)) {
-      batch.del(key);
-    }
+  for (auto const& key : wrongType) {
+    batch.del(key);
   }
   tracker_->forgetNotes();
   tracker_->derivedRowsFound(found.pwStatuses, DbLink::smStatusRow(*harness_).fields);
@@ -460,8 +484,9 @@ void DecapAgent::writeDifferences(StateSnapshot const& found) {
   appendDecapConfig(batch);
   appendAgentStatus(batch);
   appendLogs(batch);
-  say("writing " + std::to_string(batch.keys()) + " output keys that differ");
+  auto const written = batch.keys();
   send(batch);
+  return written;
 }
 
 // ---- Notifications ----
@@ -483,37 +508,49 @@ void DecapAgent::nextBatch() {
   }
   auto& batch = batch_.emplace();
   auto const gen = generation_;
+  std::unordered_map<std::string_view, std::size_t> readOfKey;
+  batch.notifications.reserve(std::min(pending_.size(), kMaxBatch));  // the keys stay in place
   while (!pending_.empty() && batch.notifications.size() < kMaxBatch) {
-    auto& notification = batch.notifications.emplace_back(std::move(pending_.front()));
+    auto const& key = batch.notifications.emplace_back(std::move(pending_.front())).key;
     pending_.pop_front();
-    if (!batch.reads.try_emplace(notification.key).second) {
-      continue;  // read once: every read of the batch comes after all of its notifications
+    auto const [it, fresh] = readOfKey.try_emplace(key, batch.reads.size());
+    batch.readOf.push_back(it->second);
+    if (!fresh) {
+      continue;
     }
+    batch.reads.emplace_back();
     ++batch.waiting;
-    commands_->command({"HGETALL", notification.key},
-                       [this, gen, key = notification.key](RedisReply&& reply) {
-                         if (gen != generation_ || !batch_) {
-                           return;
-                         }
-                         auto& read = batch_->reads[key];
-                         if (reply.isError()) {
-                           read.error = reply.text;
-                         } else if (!reply.elements.empty()) {
-                           read.fields = fieldsOf(std::move(reply));
-                         }
-                         if (--batch_->waiting == 0) {
-                           applyBatch(*batch_);
-                           batch_.reset();
-                           flush();
-                           scheduleBatch();
-                         }
-                       });
+    commands_->command({"HGETALL", key}, [this, gen, read = it->second](RedisReply&& reply) {
+      if (gen == generation_ && batch_) {
+        onRead(read, std::move(reply));
+      }
+    });
   }
 }
 
+void DecapAgent::onRead(std::size_t index, RedisReply&& reply) {
+  auto& read = batch_->reads[index];
+  if (reply.isError()) {
+    read.error = reply.text;
+  } else if (!reply.elements.empty()) {
+    read.fields = fieldsOf(std::move(reply));
+  }
+  if (--batch_->waiting > 0) {
+    return;
+  }
+  // The next batch's reads go out before this one is applied, so that the server reads while
+  // the agent applies, and writes while the agent applies the next batch.
+  Batch done = std::move(*batch_);
+  batch_.reset();
+  nextBatch();
+  applyBatch(done);
+  flush();
+}
+
 void DecapAgent::applyBatch(Batch& batch) {
-  for (auto const& notification : batch.notifications) {
-    auto const& read = batch.reads[notification.key];
+  for (std::size_t i = 0; i < batch.notifications.size(); ++i) {
+    auto const& notification = batch.notifications[i];
+    auto const& read = batch.reads[batch.readOf[i]];
     if (notification.key == DbLink::kAgentSync) {
       if (read.fields) {
         for (auto const& [field, value] : *read.fields) {

@@ -69,7 +69,10 @@ class DecapAgent {
   };
   struct Batch {
     std::vector<Notification> notifications;
-    std::unordered_map<std::string, Read> reads;
+    // Per notification, its read: each key is read once, as every read of the batch comes
+    // after all of its notifications.
+    std::vector<std::size_t> readOf;
+    std::vector<Read> reads;
     std::size_t waiting = 0;
   };
 
@@ -88,11 +91,13 @@ class DecapAgent {
   void startWrapper(StateSnapshot const& found);
   void catchUp(StateSnapshot const& found);
   std::vector<Sim::Op> decodeInputs(StateSnapshot const& found);
-  void writeDifferences(StateSnapshot const& found);
+  // Writes what differs between memory and what was found; returns the number of keys.
+  std::size_t writeDifferences(StateSnapshot& found);
 
   // Notifications.
   void scheduleBatch();
   void nextBatch();
+  void onRead(std::size_t read, DbLink::RedisReply&& reply);
   void applyBatch(Batch& batch);
   void applyKey(std::string const& key, DbLink::Fields const* fields, std::string const& error);
   void apply(std::string const& key, Sim::Op const& op);
@@ -116,6 +121,7 @@ class DecapAgent {
   std::unique_ptr<DbLink::RedisConnection> notifications_;
   bool subscribed_ = false;
   std::unique_ptr<SnapshotReader> snapshotReader_;
+  Orb::TaskSchedulerRoot::Clock::time_point syncStarted_;
   Orb::TaskSchedulerRoot::TimerId retryTimer_ = 0;
   std::chrono::milliseconds backoff_;
   // The last line said about the connection, so that each change of state is said once.

@@ -76,13 +76,13 @@ void readKeys(std::shared_ptr<SnapshotReader::Progress> const& progress) {
     return;
   }
   std::weak_ptr<SnapshotReader::Progress> const weak = progress;
-  for (auto const& key : p.keys) {
-    p.connection.command({"HGETALL", key}, [weak, key](RedisReply&& reply) {
+  for (std::size_t i = 0; i < p.keys.size(); ++i) {
+    p.connection.command({"HGETALL", p.keys[i]}, [weak, i](RedisReply&& reply) {
       auto const progress = weak.lock();
       if (!progress || reply.text.starts_with("connection lost")) {
         return;
       }
-      onKey(*progress, key, std::move(reply));
+      onKey(*progress, progress->keys[i], std::move(reply));
       if (--progress->waiting == 0) {
         finish(*progress);
       }

@@ -78,7 +78,8 @@ struct BadRow {
 
 class RowReader {
  public:
-  explicit RowReader(Sim::StateRow const& row) : row_(row), segments_(splitKey(row.key)) {}
+  RowReader(std::string const& key, Fields const& fields)
+      : fields_(fields), segments_(splitKey(key)) {}
 
   std::size_t segmentCount() const { return segments_.size(); }
   void requireSegments(std::size_t count) const {
@@ -97,7 +98,7 @@ class RowReader {
   Netcore::IntfId segmentPw(std::size_t i) const { return pw(segments_.at(i)); }
 
   std::string_view field(std::string_view name) const {
-    for (auto const& [field, value] : row_.fields) {
+    for (auto const& [field, value] : fields_) {
       if (field == name) {
         return value;
       }
@@ -145,7 +146,7 @@ class RowReader {
     throw BadRow{"\"" + std::string(text) + "\" is not an interface name"};
   }
 
-  Sim::StateRow const& row_;
+  Fields const& fields_;
   std::vector<std::string_view> segments_;
 };
 
@@ -379,22 +380,28 @@ void forEachOutputRow(AgentHarness const& h,
   emit(smStatusRow(h));
 }
 
-std::vector<std::string> loadOutputRows(AgentHarness& h, std::vector<Sim::StateRow> const& rows) {
+namespace {
+
+// Loads rows given as (key, fields) pairs by `keyAndFields`.
+template <class Rows, class KeyAndFields>
+std::vector<std::string> loadRows(AgentHarness& h, Rows const& rows,
+                                  KeyAndFields const& keyAndFields) {
   std::vector<std::string> problems;
   // Requests first, so that the allocator's answers to them are then replaced by the answers
   // found; the allocator then takes back the slots those answers hold.
   auto const load = [&](bool requests) {
     for (auto const& row : rows) {
-      auto const table = tableOf(row.key);
+      auto const& [key, fields] = keyAndFields(row);
+      auto const table = tableOf(key);
       if (!table || !isOutputTable(*table) || (*table == kLpoRequest) != requests) {
         continue;
       }
       try {
-        loadRow(h, *table, RowReader(row));
+        loadRow(h, *table, RowReader(key, fields));
       } catch (BadRow const& bad) {
-        problems.push_back(row.key + ": " + bad.what);
+        problems.push_back(key + ": " + bad.what);
       } catch (std::exception const& e) {
-        problems.push_back(row.key + ": " + e.what());
+        problems.push_back(key + ": " + e.what());
       }
     }
   };
@@ -402,6 +409,21 @@ std::vector<std::string> loadOutputRows(AgentHarness& h, std::vector<Sim::StateR
   load(false);
   h.lifProfileOrientationAllocSm->takeSlotsBack();
   return problems;
+}
+
+}  // namespace
+
+std::vector<std::string> loadOutputRows(AgentHarness& h, std::vector<Sim::StateRow> const& rows) {
+  return loadRows(h, rows, [](Sim::StateRow const& row) {
+    return std::pair<std::string const&, Fields const&>(row.key, row.fields);
+  });
+}
+
+std::vector<std::string> loadOutputRows(AgentHarness& h,
+                                        std::unordered_map<std::string, Fields> const& rows) {
+  return loadRows(h, rows, [](auto const& row) {
+    return std::pair<std::string const&, Fields const&>(row.first, row.second);
+  });
 }
 
 }  // namespace DbLink

@@ -3,6 +3,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "Fab/VplsIntfKey.h"
@@ -62,5 +63,7 @@ void forEachOutputRow(Sim::AgentHarness const& h,
 // is left out; the returned lines name each such key and its problem.
 std::vector<std::string> loadOutputRows(Sim::AgentHarness& h,
                                         std::vector<Sim::StateRow> const& rows);
+std::vector<std::string> loadOutputRows(Sim::AgentHarness& h,
+                                        std::unordered_map<std::string, Fields> const& rows);
 
 }  // namespace DbLink

@@ -9,6 +9,7 @@
 #include <sys/un.h>
 
 #include <cerrno>
+#include <charconv>
 #include <climits>
 #include <cstring>
 #include <stdexcept>
@@ -242,21 +243,9 @@ void RedisConnection::command(std::vector<std::string> const& args, ReplyHandler
     }
     return;
   }
-  argv_.clear();
-  argvLen_.clear();
-  for (auto const& arg : args) {
-    argv_.push_back(arg.data());
-    argvLen_.push_back(arg.size());
-  }
-  char* formatted = nullptr;
-  int const length = ::redisFormatCommandArgv(&formatted, static_cast<int>(args.size()),
-                                              argv_.data(), argvLen_.data());
-  if (length < 0) {
-    throw std::bad_alloc();
-  }
-  out_.append(formatted, static_cast<std::size_t>(length));
-  ::redisFreeCommand(formatted);
-  waiting_.push_back(std::move(handler));
+  appendCommand(out_, args);
+  waiting_.push_back(Waiting{std::move(handler), 1});
+  ++waitingReplies_;
   if (!subscriber_ && startsSubscriberMode(args.front())) {
     subscriber_ = true;
   }
@@ -267,6 +256,55 @@ void RedisConnection::command(std::vector<std::string> const& args, ReplyHandler
 
 void RedisConnection::command(std::vector<std::string> const& args) {
   command(args, ReplyHandler{});
+}
+
+void RedisConnection::formatted(std::string_view commands, std::size_t replies,
+                                ReplyHandler handler) {
+  if (replies == 0) {
+    throw std::invalid_argument("RedisConnection::formatted: no replies");
+  }
+  if (state_ == State::closed) {
+    if (handler) {
+      deferred_.push_back(std::move(handler));
+      deliverLater();
+    }
+    return;
+  }
+  out_.append(commands);
+  waiting_.push_back(Waiting{std::move(handler), replies});
+  waitingReplies_ += replies;
+  if (state_ == State::connected) {
+    watch(POLLIN | POLLOUT);
+  }
+}
+
+namespace {
+
+template <class Args>
+void appendArgs(std::string& out, Args const& args) {
+  char number[24];
+  auto const appendNumber = [&](char kind, std::size_t n) {
+    out += kind;
+    auto const end = std::to_chars(number, number + sizeof number, n).ptr;
+    out.append(number, end);
+    out += "\r\n";
+  };
+  appendNumber('*', args.size());
+  for (auto const& arg : args) {
+    appendNumber('$', arg.size());
+    out.append(arg.data(), arg.size());
+    out += "\r\n";
+  }
+}
+
+}  // namespace
+
+void appendCommand(std::string& out, std::vector<std::string> const& args) {
+  appendArgs(out, args);
+}
+
+void appendCommand(std::string& out, std::initializer_list<std::string_view> args) {
+  appendArgs(out, args);
 }
 
 void RedisConnection::errorHandlerIs(std::function<void(RedisReply const&)> handler) {
@@ -281,6 +319,7 @@ void RedisConnection::close() {
   release();
   closeReason_ = "connection to " + endpoint_.text() + " closed";
   waiting_.clear();
+  waitingReplies_ = 0;
   if (closePending_) {
     // A failure not reported yet: its waiting handlers are dropped like those above.
     deferred_.erase(deferred_.begin(),
@@ -424,8 +463,15 @@ void RedisConnection::dispatch(RedisReply&& reply) {
     }
     return;
   }
-  ReplyHandler handler = std::move(waiting_.front());
-  waiting_.pop_front();
+  auto& front = waiting_.front();
+  --waitingReplies_;
+  ReplyHandler handler;
+  if (--front.replies == 0) {
+    handler = std::move(front.handler);
+    waiting_.pop_front();
+  } else {
+    handler = front.handler;  // a copy: the entry stays for its next reply
+  }
   if (handler) {
     handler(std::move(reply));
   } else if (reply.isError()) {
@@ -486,12 +532,13 @@ void RedisConnection::release() {
 void RedisConnection::closeWith(std::string why) {
   release();
   closeReason_ = std::move(why);
-  for (auto& handler : waiting_) {
-    if (handler) {
-      deferred_.push_back(std::move(handler));
+  for (auto& entry : waiting_) {
+    if (entry.handler) {
+      deferred_.push_back(std::move(entry.handler));
     }
   }
   waiting_.clear();
+  waitingReplies_ = 0;
   waitedAtClose_ = deferred_.size();
   closePending_ = true;
 }

@@ -19,6 +19,10 @@ struct redisReader;
 
 namespace DbLink {
 
+// Appends one command in the server's wire format (an array of binary-safe bulk strings).
+void appendCommand(std::string& out, std::vector<std::string> const& args);
+void appendCommand(std::string& out, std::initializer_list<std::string_view> args);
+
 // One connection to a Redis server, driven by the agent's scheduler: the socket is
 // non-blocking, connecting, writing and reading all happen in the scheduler's rounds, and no
 // call blocks. Commands are queued with their reply handler; the queued commands are written
@@ -68,6 +72,10 @@ class RedisConnection {
   void command(std::vector<std::string> const& args);
   void errorHandlerIs(std::function<void(RedisReply const&)> handler);
 
+  // Queues commands already in the wire format (appendCommand()) that answer with `replies`
+  // replies; `handler` gets each of them in order (on a lost connection, one error reply).
+  void formatted(std::string_view commands, std::size_t replies, ReplyHandler handler);
+
   // Replies that answer no command (subscriber messages).
   void pushHandlerIs(PushHandler handler);
 
@@ -77,8 +85,8 @@ class RedisConnection {
 
   State state() const noexcept { return state_; }
   RedisEndpoint const& endpoint() const noexcept { return endpoint_; }
-  // Commands whose replies have not arrived yet.
-  std::size_t waitingReplies() const noexcept { return waiting_.size(); }
+  // Replies that have not arrived yet.
+  std::size_t waitingReplies() const noexcept { return waitingReplies_; }
   // Bytes queued and not yet written to the socket.
   std::size_t unsentBytes() const noexcept { return out_.size() - outSent_; }
 
@@ -125,9 +133,13 @@ class RedisConnection {
 
   std::string out_;
   std::size_t outSent_ = 0;
-  std::vector<char const*> argv_;
-  std::vector<std::size_t> argvLen_;
-  std::deque<ReplyHandler> waiting_;
+  // The handlers of the replies to come, in order, each with the number of replies it takes.
+  struct Waiting {
+    ReplyHandler handler;
+    std::size_t replies = 1;
+  };
+  std::deque<Waiting> waiting_;
+  std::size_t waitingReplies_ = 0;
   std::unique_ptr<redisReader, void (*)(redisReader*)> reader_;
   std::unique_ptr<char[]> readBuffer_;
   // Set by SUBSCRIBE/PSUBSCRIBE, cleared when the server reports no subscription left.
