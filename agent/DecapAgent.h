@@ -22,6 +22,26 @@
 
 namespace VplsAgent {
 
+// A keyspace notification: the key written and the server's name of the write.
+struct Notification {
+  std::string key;
+  std::string event;
+};
+
+// The notifications whose keys are being re-read, and what each read found.
+struct NotificationRead {
+  std::optional<DbLink::Fields> fields;  // none: the key is absent
+  std::string error;                     // the key holds another type
+};
+struct NotificationBatch {
+  std::vector<Notification> notifications;
+  // Per notification, its read: each key is read once, as every read of the batch comes
+  // after all of its notifications.
+  std::vector<std::size_t> readOf;
+  std::vector<NotificationRead> reads;
+  std::size_t waiting = 0;
+};
+
 // The VPLS decap agent as a daemon whose shared state lives in a Redis server: other processes
 // write its inputs and read its outputs there (docs/agent.md).
 //
@@ -58,24 +78,10 @@ class DecapAgent {
 
  private:
   enum class State : std::uint8_t { connecting, synchronising, running };
-  struct Notification {
-    std::string key;
-    std::string event;
-  };
-  // The notifications whose keys are being re-read, and what each read found.
-  struct Read {
-    std::optional<DbLink::Fields> fields;  // none: the key is absent
-    std::string error;                     // the key holds another type
-  };
-  struct Batch {
-    std::vector<Notification> notifications;
-    // Per notification, its read: each key is read once, as every read of the batch comes
-    // after all of its notifications.
-    std::vector<std::size_t> readOf;
-    std::vector<Read> reads;
-    std::size_t waiting = 0;
-  };
-
+  // The first wait before reconnecting; it doubles up to a limit, and starts again here once
+  // the agent is synchronised.
+  static constexpr std::chrono::milliseconds kFirstBackoff{100};
+  using Batch = NotificationBatch;
   // Connection lifecycle.
   void connect();
   void connectionUp();
