@@ -243,27 +243,11 @@ std::vector<DbLink::OutputRow> OutputTracker::take() {
 void OutputTracker::takePseudowireStatuses(std::vector<DbLink::OutputRow>& rows) {
   if (allPwsDirty_) {
     // Every pseudowire that has a status in the database or could have one now.
-    auto const& h = harness_;
     for (auto const& [pw, status] : pwStatuses_) {
       dirtyPws_.insert(pw);
     }
-    for (auto const& [pw, info] : h.hwVplsPwConfig->vplsPwIntfInfo()) {
+    for (auto const pw : Sim::knownPseudowires(harness_)) {
       dirtyPws_.insert(pw);
-    }
-    auto const& decap = *h.hwVplsPwDecapConfig;
-    for (auto const& [pw, label] : decap.decapLabel()) {
-      dirtyPws_.insert(pw);
-    }
-    for (auto const& [key, tag] : decap.vlanTagInfo()) {
-      dirtyPws_.insert(key.pwIntfId());
-    }
-    for (auto const& [pw, index] : decap.encapHwFecId()) {
-      dirtyPws_.insert(pw);
-    }
-    if (h.running()) {
-      for (auto const& [pw, record] : h.decapSm().localPwInfo()) {
-        dirtyPws_.insert(pw);
-      }
     }
     allPwsDirty_ = false;
   }

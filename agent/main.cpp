@@ -9,11 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "Trace/Duallog.h"
-#include "Trace/Flashlog.h"
 #include "agent/AgentCommandLine.h"
 #include "agent/DecapAgent.h"
 #include "sim/CommandLine.h"
+#include "sim/TraceOptions.h"
 
 namespace {
 
@@ -42,18 +41,6 @@ void installSignalHandlers() {
   ::sigaction(SIGPIPE, &ignore, nullptr);
 }
 
-void applyTraceOptions(VplsAgent::AgentCommandLine const& line) {
-  if (line.flashlog) {
-    Trace::Flashlog::open(*line.flashlog);
-  }
-  if (line.traceFile) {
-    Trace::Duallog::outputFileIs(*line.traceFile);
-  }
-  if (line.traceLevel) {
-    Trace::Duallog::levelIs("MarlTunnel", *line.traceLevel);
-  }
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -69,7 +56,7 @@ int main(int argc, char** argv) {
     return kExitStopped;
   }
   try {
-    applyTraceOptions(line);
+    Sim::applyTraceOptions(line.flashlog, line.traceFile, line.traceLevel);
   } catch (std::exception const& e) {
     std::cerr << kProgram << ": " << e.what() << "\n";
     return kExitUsage;

@@ -10,15 +10,12 @@
 #include <system_error>
 #include <utility>
 
-#include "Bridging/VlanId.h"
-#include "Bridging/VlanIdOrNone.h"
 #include "Cog/Toggle.h"
-#include "Fab/VplsPwIntfVlanKey.h"
 #include "MarlTunnel/VplsSmWrapper.h"
 #include "MarlTunnel/detail/SplitHorizonToggleForTest.h"
-#include "Netcore/MplsLabel.h"
 #include "Orb/AgentSocketHandlerSm.h"
 #include "Statedb/SharedTableManager.h"
+#include "sim/InputOps.h"
 #include "sim/PrivateDir.h"
 
 namespace Sim {
@@ -171,54 +168,7 @@ std::string ScenarioRunner::show(std::string const& args) {
 }
 
 void ScenarioRunner::write(Op const& op) {
-  auto& pwConfig = *harness_->hwVplsPwConfig;
-  auto& decapConfig = *harness_->hwVplsPwDecapConfig;
-  auto& vtepTypeStatus = *harness_->vtepTypeStatus;
-  bool const set = op.kind == OpKind::set;
-  switch (op.table) {
-    case Table::vplsPwIntfInfo:
-      if (set) {
-        pwConfig.vplsPwIntfInfoIs(op.pw, op.pwIntfInfo);
-      } else {
-        pwConfig.vplsPwIntfInfoDel(op.pw);
-      }
-      return;
-    case Table::decapLabel:
-      if (set) {
-        decapConfig.decapLabelIs(op.pw, Netcore::MplsLabel(op.number));
-      } else {
-        decapConfig.decapLabelDel(op.pw);
-      }
-      return;
-    case Table::vlanTagInfo: {
-      Fab::VplsPwIntfVlanKey const key(op.pw, Bridging::VlanId(op.vlan));
-      if (set) {
-        decapConfig.vlanTagInfoIs(key, Bridging::VlanIdOrNone(op.number));
-      } else {
-        decapConfig.vlanTagInfoDel(key);
-      }
-      return;
-    }
-    case Table::encapHwFecId:
-      if (set) {
-        decapConfig.encapHwFecIdIs(op.pw, op.hwFecIndex);
-      } else {
-        decapConfig.encapHwFecIdDel(op.pw);
-      }
-      return;
-    case Table::startupSyncDone:
-      decapConfig.startupSyncDoneIs(op.flag);
-      return;
-    case Table::restartDone:
-      decapConfig.restartDoneIs(op.flag);
-      return;
-    case Table::vxlanPresent:
-      vtepTypeStatus.vxlanPresentIs(op.flag);
-      return;
-    case Table::vxlanDciConfigured:
-      vtepTypeStatus.vxlanDciConfiguredIs(op.flag);
-      return;
-  }
+  applyInput(*harness_, op);
 }
 
 }  // namespace Sim

@@ -91,30 +91,6 @@ std::string orientationText(Orientation orientation) {
              : std::to_string(Hardware::MarlTunnel::toValue(orientation));
 }
 
-// Every pseudowire that any input or the state machine knows, in interface order.
-std::set<Netcore::IntfId> knownPseudowires(AgentHarness const& harness) {
-  std::set<Netcore::IntfId> pws;
-  for (auto const& [pw, info] : harness.hwVplsPwConfig->vplsPwIntfInfo()) {
-    pws.insert(pw);
-  }
-  auto const& decap = *harness.hwVplsPwDecapConfig;
-  for (auto const& [pw, label] : decap.decapLabel()) {
-    pws.insert(pw);
-  }
-  for (auto const& [key, tag] : decap.vlanTagInfo()) {
-    pws.insert(key.pwIntfId());
-  }
-  for (auto const& [pw, index] : decap.encapHwFecId()) {
-    pws.insert(pw);
-  }
-  if (harness.running()) {
-    for (auto const& [pw, record] : harness.decapSm().localPwInfo()) {
-      pws.insert(pw);
-    }
-  }
-  return pws;
-}
-
 // The members of a collection keyed by (pseudowire, VLAN) that belong to one pseudowire: a
 // range of the ordered keys, so that a status costs a lookup, not a walk of the table.
 template <class Coll, class Visit>
@@ -344,6 +320,29 @@ std::string showSection(std::vector<ShowRecord> const& shows) {
 }
 
 }  // namespace
+
+std::set<Netcore::IntfId> knownPseudowires(AgentHarness const& harness) {
+  std::set<Netcore::IntfId> pws;
+  for (auto const& [pw, info] : harness.hwVplsPwConfig->vplsPwIntfInfo()) {
+    pws.insert(pw);
+  }
+  auto const& decap = *harness.hwVplsPwDecapConfig;
+  for (auto const& [pw, label] : decap.decapLabel()) {
+    pws.insert(pw);
+  }
+  for (auto const& [key, tag] : decap.vlanTagInfo()) {
+    pws.insert(key.pwIntfId());
+  }
+  for (auto const& [pw, index] : decap.encapHwFecId()) {
+    pws.insert(pw);
+  }
+  if (harness.running()) {
+    for (auto const& [pw, record] : harness.decapSm().localPwInfo()) {
+      pws.insert(pw);
+    }
+  }
+  return pws;
+}
 
 std::string pseudowireStatus(AgentHarness const& harness, Netcore::IntfId pw) {
   return pseudowireStatus(harness, pw, orientationsOf(harness, pw));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,8 @@ std::string pseudowireStatus(AgentHarness const& harness, Netcore::IntfId pw);
 std::string pseudowireStatus(AgentHarness const& harness, Netcore::IntfId pw,
                              std::vector<Hardware::MarlTunnel::Orientation> const& orientations);
 
+// Every pseudowire that any input or the state machine knows, in interface order.
+std::set<Netcore::IntfId> knownPseudowires(AgentHarness const& harness);
 // Whether any input or the state machine knows the pseudowire (it has a status then).
 bool pseudowireKnown(AgentHarness const& harness, Netcore::IntfId pw);
 

@@ -12,14 +12,13 @@
 #include <vector>
 
 #include "MarlTunnel/VplsSmWrapper.h"
-#include "Trace/Duallog.h"
-#include "Trace/Flashlog.h"
 #include "dblink/OutputRows.h"
 #include "sim/CommandLine.h"
 #include "sim/Scenario.h"
 #include "sim/ScenarioRunner.h"
 #include "sim/StateJson.h"
 #include "sim/TextReport.h"
+#include "sim/TraceOptions.h"
 
 namespace {
 
@@ -50,19 +49,6 @@ void installStopHandlers() {
 int usageError(std::string const& problem) {
   std::cerr << kProgram << ": " << problem << "\n" << Sim::usage();
   return kExitUsage;
-}
-
-// Trace options; a file that cannot be opened is a usage error.
-void applyTraceOptions(Sim::CommandLine const& line) {
-  if (line.flashlog) {
-    Trace::Flashlog::open(*line.flashlog);
-  }
-  if (line.traceFile) {
-    Trace::Duallog::outputFileIs(*line.traceFile);
-  }
-  if (line.traceLevel) {
-    Trace::Duallog::levelIs("MarlTunnel", *line.traceLevel);
-  }
 }
 
 // Prints each step as the options ask, and the final result.
@@ -191,7 +177,7 @@ int main(int argc, char** argv) {
               << *scenario.truncatedAtLine - 1 << "\n";
   }
   try {
-    applyTraceOptions(line);
+    Sim::applyTraceOptions(line.flashlog, line.traceFile, line.traceLevel);
   } catch (std::exception const& e) {
     std::cerr << kProgram << ": " << e.what() << "\n";
     return kExitUsage;
