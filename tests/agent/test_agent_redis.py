@@ -223,6 +223,23 @@ class Faults(AgentCase):
             [{"op": "del", "table": "decapLabel", "key": "Pseudowire2"}]))
         self.assertOutputs(states[-1]["state"], "a change after the restart", agent)
 
+    def test_changes_made_while_the_agent_is_disconnected_are_caught_up(self):
+        for op in self.BEFORE:
+            rig.write_op(self.db, op)
+        agent = self.agent()
+        rig.barrier(self.db, "before")
+        change = [{"op": "del", "table": "decapLabel", "key": "Pseudowire2"},
+                  {"op": "set", "table": "vlanTagInfo", "key": {"pw": "Pseudowire1", "vlan": 20},
+                   "value": 20}]
+        self.db.client_kill_filter(_type="normal", skipme=True)
+        self.db.client_kill_filter(_type="pubsub")
+        for op in change:  # before the agent is back: no notification reaches it
+            rig.write_op(self.db, op)
+        rig.barrier(self.db, "after")
+        self.assertOutputs(runner_states(self.scenario_file(change))[-1]["state"],
+                           "after catching up", agent)
+        self.assertIn("resynchronised", agent.output())
+
     def test_the_agent_waits_for_a_server_that_is_not_there_yet(self):
         self.server.stop()
         agent = self.agent()
