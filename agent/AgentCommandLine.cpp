@@ -28,7 +28,8 @@ long long integer(std::string const& option, std::string const& text, long long 
 std::string agentUsage() {
   return "usage: vpls-decap-agent --redis URL [--db N] [--socket-dir DIR] [--mesh-groups N]\n"
          "                        [--flashlog PATH] [--trace-level N] [--trace-file PATH]\n"
-         "                        [--record FILE]\n"
+         "                        [--record FILE] [--redis-user NAME]\n"
+         "                        [--redis-password-file PATH]\n"
          "\n"
          "Runs the VPLS decap agent on a Redis state database until SIGTERM or SIGINT.\n"
          "\n"
@@ -42,6 +43,10 @@ std::string agentUsage() {
          "  --trace-file PATH  append the text traces to PATH instead of stderr\n"
          "  --record FILE      write the inputs found at start-up and every input change\n"
          "                     applied, for `vpls-decap-sim run FILE`\n"
+         "  --redis-user NAME  authenticate as this access-control user of the server\n"
+         "  --redis-password-file PATH\n"
+         "                     the password, the file's first line; the file must not be\n"
+         "                     readable by others (mode 0600 or 0400)\n"
          "\n"
          "Keys and fields: docs/agent.md. Exit codes: 0 stopped by a signal, 1 the agent could\n"
          "not run, 2 usage.\n";
@@ -75,6 +80,8 @@ AgentCommandLine parseAgentCommandLine(std::vector<std::string> const& args) {
        }},
       {"--trace-file", [&](auto const&, auto const& v) { line.traceFile = v; }},
       {"--record", [&](auto const&, auto const& v) { line.record = v; }},
+      {"--redis-user", [&](auto const&, auto const& v) { line.redisUser = v; }},
+      {"--redis-password-file", [&](auto const&, auto const& v) { line.passwordFile = v; }},
   };
   for (std::size_t i = 0; i < args.size(); ++i) {
     std::string option = args[i];
@@ -103,6 +110,9 @@ AgentCommandLine parseAgentCommandLine(std::vector<std::string> const& args) {
   }
   if (!haveRedis) {
     throw UsageError("missing --redis URL");
+  }
+  if (line.redisUser && !line.passwordFile) {
+    throw UsageError("--redis-user needs --redis-password-file");
   }
   return line;
 }

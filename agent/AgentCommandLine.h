@@ -12,6 +12,7 @@ namespace VplsAgent {
 // The daemon's command line:
 //   vpls-decap-agent --redis URL [--db N] [--socket-dir DIR] [--mesh-groups N]
 //                    [--flashlog PATH] [--trace-level N] [--trace-file PATH] [--record FILE]
+//                    [--redis-user NAME] [--redis-password-file PATH]
 // Options also as --option=VALUE.
 struct AgentCommandLine {
   bool help = false;
@@ -23,6 +24,10 @@ struct AgentCommandLine {
   std::optional<int> traceLevel;
   std::optional<std::string> traceFile;
   std::optional<std::string> record;
+  // An access-control user of the server, and the file holding its password (or the default
+  // user's password without a user). The password itself is never on the command line.
+  std::optional<std::string> redisUser;
+  std::optional<std::string> passwordFile;
 };
 
 // The usage text, several lines ending in a newline.

@@ -14,6 +14,8 @@ using DbLink::RedisReply;
 
 constexpr char kProgram[] = "vpls-decap-agent";
 constexpr std::size_t kMaxBatch = 16384;
+// Notifications waiting to be applied, at most (a few tens of MiB).
+constexpr std::size_t kMaxPending = 262144;
 constexpr std::size_t kMaxQueuedLogs = 100000;
 constexpr std::chrono::milliseconds kMaxBackoff{5000};
 constexpr std::chrono::seconds kStopGrace{5};
@@ -40,8 +42,9 @@ std::string withNeededEvents(std::string const& current) {
 
 }  // namespace
 
-DecapAgent::DecapAgent(AgentCommandLine config)
+DecapAgent::DecapAgent(AgentCommandLine config, std::optional<Credentials> credentials)
     : config_(std::move(config)),
+      credentials_(std::move(credentials)),
       scheduler_(Orb::TaskSchedulerRoot::TaskSchedulerRootIs()),
       backoff_(kFirstBackoff) {
   Orb::TaskSchedulerRoot::rootIs(scheduler_.get());
@@ -127,6 +130,35 @@ void DecapAgent::connect() {
 }
 
 void DecapAgent::connectionUp() {
+  if (!credentials_) {
+    connectionReady();
+    return;
+  }
+  // Both connections authenticate first; the agent goes on once the command connection has.
+  auto const gen = generation_;
+  std::vector<std::string> auth{"AUTH"};
+  if (credentials_->user) {
+    auth.push_back(*credentials_->user);
+  }
+  auth.push_back(credentials_->password);
+  notifications_->command(auth, [this, gen](RedisReply&& reply) {
+    if (gen == generation_ && reply.isError()) {
+      connectionLost("authentication failed: " + reply.text);
+    }
+  });
+  commands_->command(auth, [this, gen](RedisReply&& reply) {
+    if (gen != generation_) {
+      return;
+    }
+    if (reply.isError()) {
+      connectionLost("authentication failed: " + reply.text);
+    } else {
+      connectionReady();
+    }
+  });
+}
+
+void DecapAgent::connectionReady() {
   if (config_.db != 0) {
     for (auto* connection : {commands_.get(), notifications_.get()}) {
       connection->command({"SELECT", std::to_string(config_.db)}, [this](RedisReply&& reply) {
@@ -151,7 +183,7 @@ void DecapAgent::connectionLost(std::string const& why) {
   if (stopping_) {
     return;
   }
-  bool const wasUp = state_ != State::connecting;
+  bool const wasUp = state_ == State::running;
   ++generation_;
   state_ = State::connecting;
   pending_.clear();
@@ -252,6 +284,12 @@ void DecapAgent::onPush(RedisReply&& reply) {
   }
   if (*key == DbLink::kDecapConfig && e[3].text == "hset" && ownDecapConfigWrites_ > 0) {
     --ownDecapConfigWrites_;  // the agent's own write
+    return;
+  }
+  if (pending_.size() >= kMaxPending) {
+    // Memory stays bounded: what the notifications would say, reading everything says too.
+    connectionLost(std::to_string(pending_.size()) +
+                   " notifications wait, more than the agent keeps; reading everything again");
     return;
   }
   pending_.push_back(Notification{std::string(*key), std::move(e[3].text)});

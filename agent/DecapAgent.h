@@ -12,6 +12,7 @@
 #include "Loom/Ptr.h"
 #include "Orb/TaskSchedulerRoot.h"
 #include "agent/AgentCommandLine.h"
+#include "agent/Credentials.h"
 #include "agent/OutputTracker.h"
 #include "agent/Recorder.h"
 #include "agent/StateSnapshot.h"
@@ -63,7 +64,7 @@ struct NotificationBatch {
 // Threading: the scheduler's thread; stopFromSignal() from a signal handler.
 class DecapAgent {
  public:
-  explicit DecapAgent(AgentCommandLine config);
+  DecapAgent(AgentCommandLine config, std::optional<Credentials> credentials);
   ~DecapAgent();
   DecapAgent(DecapAgent const&) = delete;
   DecapAgent& operator=(DecapAgent const&) = delete;
@@ -85,6 +86,7 @@ class DecapAgent {
   // Connection lifecycle.
   void connect();
   void connectionUp();
+  void connectionReady();
   void connectionLost(std::string const& why);
   void retryLater(std::string const& why);
   void configureNotifications();
@@ -119,6 +121,7 @@ class DecapAgent {
   void say(std::string const& line) const;
 
   AgentCommandLine const config_;
+  std::optional<Credentials> const credentials_;
   Loom::Ptr<Orb::TaskSchedulerRoot> const scheduler_;
   State state_ = State::connecting;
   bool stopping_ = false;

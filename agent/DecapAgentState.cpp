@@ -178,7 +178,9 @@ void DecapAgent::startWrapper(StateSnapshot const& found) {
 }
 
 void DecapAgent::catchUp(StateSnapshot const& found) {
-  // Elements that went away first, then what is new or changed, table by table.
+  // What went away first, from the FEC ids back to the pseudowire infos; then what is new or
+  // changed, from the infos on, in the order a configuration is written (an encap FEC id that
+  // arrived before its pseudowire's instance would wait to be published again).
   std::unordered_set<std::string> present;
   std::vector<std::pair<std::string, Sim::Op>> sets;
   for (auto const& op : decodeInputs(found)) {
@@ -190,13 +192,17 @@ void DecapAgent::catchUp(StateSnapshot const& found) {
       sets.emplace_back(std::move(key), op);
     }
   }
-  for (auto op : Sim::inputElements(*harness_)) {
+  auto held = Sim::inputElements(*harness_);
+  std::reverse(held.begin(), held.end());
+  for (auto& op : held) {
     auto const key = DbLink::inputRow(op).first;
     if (!present.contains(key)) {
       op.kind = Sim::OpKind::del;
       apply(key, op);
     }
   }
+  std::stable_sort(sets.begin(), sets.end(),
+                   [](auto const& a, auto const& b) { return a.second.table < b.second.table; });
   for (auto const& [key, op] : sets) {
     apply(key, op);
   }
@@ -250,7 +256,9 @@ std::size_t DecapAgent::writeDifferences(StateSnapshot& found) {
 void DecapAgent::applyKey(std::string const& key, Fields const* fields, std::string const& error) {
   auto decoding = error.empty() ? DbLink::decodeInput(key, fields)
                                 : DbLink::decodeWrongType(key, "value of another type");
-  if (!decoding.problem.empty()) {
+  // A key that names no element and is gone again leaves nothing to say.
+  bool const goneGarbage = fields == nullptr && error.empty() && decoding.ops.empty();
+  if (!decoding.problem.empty() && !goneGarbage) {
     say("bad input: " + decoding.problem);
   }
   if (!isAttributeKey(key)) {
@@ -264,14 +272,14 @@ void DecapAgent::applyKey(std::string const& key, Fields const* fields, std::str
     heldRestartDone_ = decoding.ops[1].flag;
   }
   // A write of the hash sets the attributes it changes; one that changes none re-sets every
-  // attribute the hash holds.
+  // attribute the hash holds. A hash that is bad input counts as absent: it re-sets nothing.
   std::vector<Sim::Op> changed;
   for (auto const& op : decoding.ops) {
     if (!Sim::inputHolds(*harness_, op)) {
       changed.push_back(op);
     }
   }
-  if (changed.empty() && fields != nullptr) {
+  if (changed.empty() && fields != nullptr && decoding.problem.empty()) {
     for (auto const& op : decoding.ops) {
       auto const field = DbLink::inputRow(op).second.front().first;
       bool const held = std::any_of(fields->begin(), fields->end(),

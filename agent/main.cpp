@@ -6,6 +6,7 @@
 #include <atomic>
 #include <exception>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -62,9 +63,19 @@ int main(int argc, char** argv) {
     return kExitUsage;
   }
 
+  std::optional<VplsAgent::Credentials> credentials;
+  if (line.passwordFile) {
+    try {
+      credentials = VplsAgent::readCredentials(line.redisUser, *line.passwordFile);
+    } catch (VplsAgent::CredentialsError const& e) {
+      std::cerr << kProgram << ": " << e.what() << "\n";
+      return kExitUsage;
+    }
+  }
+
   installSignalHandlers();
   try {
-    VplsAgent::DecapAgent agent(line);
+    VplsAgent::DecapAgent agent(line, std::move(credentials));
     runningAgent.store(&agent);
     int const code = agent.run();
     runningAgent.store(nullptr);

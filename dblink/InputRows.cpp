@@ -17,6 +17,9 @@ using Sim::Table;
 
 constexpr std::uint64_t kMaxU32 = 0xffffffffu;
 constexpr std::uint64_t kMaxVlan = 4094;
+// Instance and group names: enough for any name a configuration holds, and a bound on what a
+// name costs in every key and log line that carries it.
+constexpr std::size_t kMaxNameLength = 255;
 
 constexpr std::array<std::string_view, 7> kPwIntfInfoFields{
     "vplsInstanceName", "groupName",   "splitHorizon", "standby",
@@ -125,6 +128,10 @@ bool boolean(std::string_view field, std::string_view text) {
 }
 
 std::string name(std::string_view field, std::string_view text) {
+  if (text.size() > kMaxNameLength) {
+    throw BadInput{"field " + std::string(field) + ": " + shownText(text) + " is longer than " +
+                   std::to_string(kMaxNameLength) + " bytes"};
+  }
   if (text.find(kSeparator) != std::string_view::npos) {
     throw BadInput{"field " + std::string(field) + ": " + shownText(text) +
                    " contains '|', which no name may hold"};

@@ -1,0 +1,278 @@
+// Fuzzes the decoding of the agent's input keys and hashes (dblink/InputRows.h): every input is
+// decoded as an absent key, as a key of another type and as the hash it gives.
+//
+// Input: one byte of choices, then the key and the hash's fields and values, each text ended by
+// a backslash and any other byte ("\\" is a backslash; FuzzedDataProvider's framing). The low
+// three bits of the choices put one of the six input tables in front of the key ("<table>|" for
+// a keyed table, the bare name for a hash of attributes), or nothing (6 and 7); the next two
+// pick the type named for a key that is not a hash. A field that comes twice keeps its first
+// value, as a hash holds each field once.
+//
+// Properties: nothing escapes the decoder; a problem is one line without control characters
+// that starts with the key as shown (as it is, or quoted with \xHH escapes and cut after 64
+// bytes) and a colon. A keyed table's key either parses (the absent key is one del, whose key
+// is the key again) or gives no op with any value; a hash on a parsed key is one set when
+// the problem is empty, else the absent key's del. A set is written back by inputRow as the
+// same key and a hash with every given value (numbers by value) and defaults for the rest,
+// which decodes to the same op. A hash of attributes is always two sets of its attributes,
+// at their defaults when absent or not a hash; it is good exactly when every field is one of
+// the two with "true" or "false", and then sets what the fields say; an attribute set true
+// was given as true. A key of no input table gives no op.
+
+#include <fuzzer/FuzzedDataProvider.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <limits>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "FuzzCheck.h"
+#include "dblink/InputRows.h"
+#include "dblink/KeyLayout.h"
+#include "sim/Scenario.h"
+
+namespace {
+
+using DbLink::Fields;
+using DbLink::InputDecoding;
+using Sim::OpKind;
+using Sim::Table;
+
+constexpr std::array<std::string_view, 4> kTypes{"string", "list", "zset", "value of another type"};
+
+struct Attributes {
+  std::string_view key;
+  std::array<std::pair<std::string_view, Table>, 2> fields;
+};
+constexpr std::array<Attributes, 2> kAttributes{{
+    {DbLink::kDecapConfig,
+     {{{"startupSyncDone", Table::startupSyncDone}, {"restartDone", Table::restartDone}}}},
+    {DbLink::kVtepTypeStatus,
+     {{{"vxlanPresent", Table::vxlanPresent}, {"vxlanDciConfigured", Table::vxlanDciConfigured}}}},
+}};
+constexpr std::array kKeyedTables{DbLink::kPwIntfInfo, DbLink::kDecapLabel, DbLink::kVlanTagInfo,
+                                  DbLink::kEncapHwFecId};
+
+template <class Decode>
+InputDecoding run(std::string const& what, Decode const& decode) {
+  try {
+    return decode();
+  } catch (std::exception const& e) {
+    Fuzz::fail(what + " raised " + e.what());
+  } catch (...) {
+    Fuzz::fail(what + " raised something that is not an exception");
+  }
+}
+
+InputDecoding decodeHash(std::string const& key, Fields const& fields) {
+  return run("decodeInput(hash)", [&] { return DbLink::decodeInput(key, &fields); });
+}
+
+std::optional<std::string_view> valueOf(Fields const& fields, std::string_view field) {
+  for (auto const& [name, value] : fields) {
+    if (name == field) {
+      return value;
+    }
+  }
+  return std::nullopt;
+}
+
+// The quoted form of the key at the start of a problem: its bytes, then "\"" and either nothing
+// more (the whole key) or "... (<size> bytes)" (a shown prefix). Returns what follows it.
+std::optional<std::string_view> afterQuotedKey(std::string_view problem, std::string_view key) {
+  static constexpr std::string_view kHex = "0123456789abcdef";
+  std::string shown;
+  std::size_t i = 1;
+  while (i < problem.size() && problem[i] != '"') {
+    if (problem[i] != '\\') {
+      shown += problem[i++];
+      continue;
+    }
+    if (i + 3 >= problem.size() || problem[i + 1] != 'x' ||
+        kHex.find(problem[i + 2]) == std::string_view::npos ||
+        kHex.find(problem[i + 3]) == std::string_view::npos) {
+      return std::nullopt;
+    }
+    shown += static_cast<char>(kHex.find(problem[i + 2]) * 16 + kHex.find(problem[i + 3]));
+    i += 4;
+  }
+  if (i == problem.size() || !key.starts_with(shown)) {
+    return std::nullopt;
+  }
+  auto rest = problem.substr(i + 1);
+  if (shown.size() == key.size()) {
+    return rest;
+  }
+  std::string const cut = "... (" + std::to_string(key.size()) + " bytes)";
+  if (!rest.starts_with(cut)) {
+    return std::nullopt;
+  }
+  return rest.substr(cut.size());
+}
+
+void checkProblem(std::string_view what, std::string const& key, std::string const& problem) {
+  std::string const context = std::string(what) + " of key " + key + ": problem " + problem;
+  Fuzz::require(std::none_of(problem.begin(), problem.end(),
+                             [](char c) {
+                               auto const byte = static_cast<unsigned char>(c);
+                               return byte < 0x20 || byte == 0x7f;
+                             }),
+                context + ": holds a control character");
+  if (problem.empty()) {
+    return;
+  }
+  auto const rest = problem.front() == '"' ? afterQuotedKey(problem, key)
+                    : std::string_view(problem).starts_with(key)
+                        ? std::optional(std::string_view(problem).substr(key.size()))
+                        : std::nullopt;
+  Fuzz::require(rest && rest->starts_with(": "), context + ": does not start with the key");
+}
+
+// Every given value is in the row (numbers by value: "007" is written as "7"), every other
+// field of the row at its default.
+void checkRowValues(Fields const& given, Fields const& row, std::string const& context) {
+  constexpr auto kAny = std::numeric_limits<std::uint64_t>::max();
+  for (auto const& [field, value] : given) {
+    auto const written = valueOf(row, field);
+    Fuzz::require(written.has_value(), context + ": the row lacks field " + field);
+    auto const number = DbLink::readNumber(value, kAny);
+    Fuzz::require(*written == value || (number && number == DbLink::readNumber(*written, kAny)),
+                  context + ": field " + field + " is written as " + std::string(*written));
+  }
+  for (auto const& [field, value] : row) {
+    Fuzz::require(valueOf(given, field) || value.empty() || value == "false",
+                  context + ": field " + field + " not given is written as " + value);
+  }
+}
+
+void checkKeyed(std::string const& key, Fields const& fields, InputDecoding const& absent,
+                InputDecoding const& wrong, InputDecoding const& given) {
+  if (!absent.problem.empty()) {
+    Fuzz::require(absent.ops.empty() && wrong.ops.empty() && given.ops.empty(),
+                  "a key that does not parse gives an op: " + key);
+    Fuzz::require(!given.problem.empty(), "a key that does not parse is good with a hash: " + key);
+    return;
+  }
+  Fuzz::require(absent.ops.size() == 1 && absent.ops[0].kind == OpKind::del,
+                "an absent key that parses is not one del: " + key);
+  auto const del = Sim::describe(absent.ops[0]);
+  Fuzz::require(DbLink::inputRow(absent.ops[0]).first == key,
+                "the key of " + del + " is not the key it was read from: " + key);
+  Fuzz::require(wrong.ops.size() == 1 && Sim::describe(wrong.ops[0]) == del,
+                "a key of another type is not the absent key's del: " + key);
+  Fuzz::require(given.ops.size() == 1, "a hash on a key that parses is not one op: " + key);
+  if (!given.problem.empty()) {
+    Fuzz::require(Sim::describe(given.ops[0]) == del,
+                  "bad input is not the absent key's del: " + key + ": " + given.problem);
+    return;
+  }
+  auto const& set = given.ops[0];
+  auto const shown = Sim::describe(set);
+  Fuzz::require(set.kind == OpKind::set, "good input is not a set: " + key + ": " + shown);
+  auto const [rowKey, row] = DbLink::inputRow(set);
+  Fuzz::require(rowKey == key, shown + " is written under another key: " + rowKey);
+  checkRowValues(fields, row, "the row of " + shown);
+  auto const again = decodeHash(rowKey, row);
+  Fuzz::require(
+      again.problem.empty() && again.ops.size() == 1 && Sim::describe(again.ops[0]) == shown,
+      "the row of " + shown + " does not decode to it: " + again.problem);
+}
+
+void checkAttributes(Attributes const& attributes, Fields const& fields,
+                     InputDecoding const& absent, InputDecoding const& wrong,
+                     InputDecoding const& given) {
+  std::string const key(attributes.key);
+  auto const twoSets = [&](InputDecoding const& decoding, std::string_view what) {
+    Fuzz::require(decoding.ops.size() == 2, key + " " + std::string(what) + ": not two ops");
+    for (std::size_t i = 0; i < 2; ++i) {
+      Fuzz::require(decoding.ops[i].kind == OpKind::set &&
+                        decoding.ops[i].table == attributes.fields[i].second,
+                    key + " " + std::string(what) + ": op " + Sim::describe(decoding.ops[i]) +
+                        " is not the set of " + std::string(attributes.fields[i].first));
+    }
+  };
+  twoSets(absent, "absent");
+  twoSets(wrong, "of another type");
+  twoSets(given, "with a hash");
+  Fuzz::require(absent.problem.empty() && !wrong.problem.empty(),
+                key + ": absent is bad or another type is good");
+  Fuzz::require(
+      !absent.ops[0].flag && !absent.ops[1].flag && !wrong.ops[0].flag && !wrong.ops[1].flag,
+      key + ": absent or of another type, an attribute is not at its default");
+  bool const good = std::all_of(fields.begin(), fields.end(), [&](auto const& field) {
+    return (field.first == attributes.fields[0].first ||
+            field.first == attributes.fields[1].first) &&
+           (field.second == "true" || field.second == "false");
+  });
+  Fuzz::require(good == given.problem.empty(), key + ": the hash is " + (good ? "good" : "bad") +
+                                                   " but the problem is \"" + given.problem + "\"");
+  for (std::size_t i = 0; i < 2; ++i) {
+    auto const& op = given.ops[i];
+    auto const shown = Sim::describe(op);
+    auto const value = valueOf(fields, attributes.fields[i].first);
+    bool const isTrue = value && *value == "true";
+    Fuzz::require(op.flag ? isTrue : !good || !isTrue,
+                  key + ": " + shown + " is not what was given");
+    auto const [rowKey, row] = DbLink::inputRow(op);
+    Fuzz::require(rowKey == key, shown + " is written under another key: " + rowKey);
+    auto const again = decodeHash(rowKey, row);
+    Fuzz::require(
+        again.problem.empty() && again.ops.size() == 2 && Sim::describe(again.ops[i]) == shown,
+        "the row of " + shown + " does not decode to it: " + again.problem);
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+  if (size == 0) {
+    return 0;
+  }
+  auto const choices = data[0];
+  FuzzedDataProvider provider(data + 1, size - 1);
+  std::string key = provider.ConsumeRandomLengthString();
+  if (std::size_t const table = choices & 7; table < DbLink::kInputTables.size()) {
+    auto const name = DbLink::kInputTables[table];
+    bool const single = name == DbLink::kDecapConfig || name == DbLink::kVtepTypeStatus;
+    key = std::string(name) + (single ? "" : "|") + key;
+  }
+  auto const type = kTypes[(choices >> 3) & 3];
+  Fields fields;
+  while (provider.remaining_bytes() > 0) {
+    auto field = provider.ConsumeRandomLengthString();
+    auto value = provider.ConsumeRandomLengthString();
+    if (!valueOf(fields, field)) {
+      fields.emplace_back(std::move(field), std::move(value));
+    }
+  }
+
+  auto const absent = run("decodeInput(absent)", [&] { return DbLink::decodeInput(key, nullptr); });
+  auto const wrong = run("decodeWrongType", [&] { return DbLink::decodeWrongType(key, type); });
+  auto const given = decodeHash(key, fields);
+  checkProblem("absent", key, absent.problem);
+  checkProblem("of another type", key, wrong.problem);
+  checkProblem("with a hash", key, given.problem);
+  Fuzz::require(!wrong.problem.empty(), "a key of another type is good: " + key);
+
+  for (auto const& attributes : kAttributes) {
+    if (key == attributes.key) {
+      checkAttributes(attributes, fields, absent, wrong, given);
+      return 0;
+    }
+  }
+  auto const table = key.substr(0, key.find(DbLink::kSeparator));
+  if (std::find(kKeyedTables.begin(), kKeyedTables.end(), table) != kKeyedTables.end()) {
+    checkKeyed(key, fields, absent, wrong, given);
+    return 0;
+  }
+  Fuzz::require(absent.ops.empty() && wrong.ops.empty() && given.ops.empty(),
+                "a key of no input table gives an op: " + key);
+  Fuzz::require(!absent.problem.empty() && !given.problem.empty(),
+                "a key of no input table is good: " + key);
+  return 0;
+}
