@@ -8,7 +8,9 @@ VLAN-aware, groups core/edge/dc, spokes, one standby per instance):
   floor    the same output hashes (every key the agent wrote) written into the same server by
            the same pipelined client, into another database;
   startup  the agent stopped (SIGTERM) and started again over that settled state: seconds until
-           it acknowledges a barrier, and how many output keys it wrote (keyspace notifications).
+           it acknowledges a barrier, and how many output keys it wrote (keyspace notifications);
+  burst    then `--burst` writes of input keys already there (100000 by default), as fast as
+           the writer goes: seconds to the barrier and the growth of the agent's peak memory.
 Each size runs `--repetitions` times on a fresh server and agent; the best run is reported.
 
 Usage: bench_agent.py AGENT [--pseudowires P] [--vlans V] [--repetitions N] [--json FILE]"""
@@ -94,9 +96,9 @@ def wait_sync(db, token, timeout=600):
         watcher.close()
 
 
-def rss_kib(pid):
+def rss_kib(pid, field="VmRSS:"):
     for line in pathlib.Path(f"/proc/{pid}/status").read_text().splitlines():
-        if line.startswith("VmRSS:"):
+        if line.startswith(field):
             return int(line.split()[1])
     return 0
 
@@ -106,7 +108,21 @@ def cpu_seconds(pid):
     return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
 
 
-def run_once(binary, pseudowires, vlans):
+def burst(server, db, agent, rows, changes):
+    """`changes` writes of input keys that are already there, with their values (every write
+    notifies, so each is a change the agent applies), as fast as the pipelined writer goes:
+    seconds until the barrier after them, and how much the agent's peak memory grew."""
+    before = rss_kib(agent.process.pid, "VmHWM:")
+    writes = [rows[i % len(rows)] for i in range(changes)]
+    data = protocol(writes, tail=[("HSET", "VPLS_AGENT_SYNC", "token", "burst")])
+    start = time.perf_counter()
+    subprocess.run(["redis-cli", "-s", server.socket, "--pipe"], input=data, check=True,
+                   stdout=subprocess.DEVNULL)
+    seconds = wait_sync(db, "burst") - start
+    return seconds, (rss_kib(agent.process.pid, "VmHWM:") - before) / 1024
+
+
+def run_once(binary, pseudowires, vlans, changes):
     with tempfile.TemporaryDirectory() as directory:
         server = rig.RedisServer(directory)
         agent = rig.Agent(binary, server.url, directory, env={"MARL_TOGGLE_DIR": directory})
@@ -114,8 +130,8 @@ def run_once(binary, pseudowires, vlans):
         try:
             agent.start()
             rig.barrier(db, "empty")
-            data = protocol(mix(pseudowires, vlans), tail=[("HSET", "VPLS_AGENT_SYNC", "token",
-                                                            "programmed")])
+            rows = mix(pseudowires, vlans)
+            data = protocol(rows, tail=[("HSET", "VPLS_AGENT_SYNC", "token", "programmed")])
             cpu = (cpu_seconds(agent.process.pid), cpu_seconds(server.process.pid))
             start = time.perf_counter()
             subprocess.run(["redis-cli", "-s", server.socket, "--pipe"], input=data, check=True,
@@ -145,13 +161,18 @@ def run_once(binary, pseudowires, vlans):
                     if key.split("|", 1)[0] in rig.OUTPUT_TABLES + ("VPLS_PW_STATUS", "VPLS_LOG"):
                         rewritten.add(key)
             watcher.close()
+            burstSeconds, burstGrowth = burst(server, db, agent, rows, changes)
+            resyncs = agent.output().count("reading everything again") + \
+                agent.output().count("lost the state database")
             return {"pseudowires": pseudowires, "vlans": vlans, "entries": entries,
                     "inputKeys": pseudowires * (3 + vlans), "outputKeys": len(written),
                     "programSeconds": program, "floorSeconds": floor,
                     "entriesPerSecond": entries / program, "ratioToFloor": program / floor,
                     "startupSeconds": startup, "startupOutputKeysWritten": len(rewritten),
                     "agentRssKiB": rss, "agentCpuSeconds": agentCpu,
-                    "serverCpuSeconds": serverCpu}
+                    "serverCpuSeconds": serverCpu, "burstChanges": changes,
+                    "burstSeconds": burstSeconds, "burstPeakGrowthMiB": burstGrowth,
+                    "burstResynchronisations": resyncs}
         finally:
             db.close()
             agent.stop(signal.SIGKILL)
@@ -164,13 +185,16 @@ def main():
     parser.add_argument("--pseudowires", type=int, nargs="+", default=[1024, 8192])
     parser.add_argument("--vlans", type=int, default=8)
     parser.add_argument("--repetitions", type=int, default=2)
+    parser.add_argument("--burst", type=int, default=100000,
+                        help="changes of the burst after start-up (re-sets of keys present)")
     parser.add_argument("--json")
     args = parser.parse_args()
     results = []
     print(f"{'P x V':>10} {'entries':>8} {'out keys':>9} {'program s':>10} {'entries/s':>10} "
           f"{'floor s':>8} {'x floor':>8} {'startup s':>10} {'rewritten':>9} {'RSS MiB':>8}")
     for pseudowires in args.pseudowires:
-        runs = [run_once(args.agent, pseudowires, args.vlans) for _ in range(args.repetitions)]
+        runs = [run_once(args.agent, pseudowires, args.vlans, args.burst)
+                for _ in range(args.repetitions)]
         best = min(runs, key=lambda r: r["programSeconds"])
         best["startupSeconds"] = min(r["startupSeconds"] for r in runs)
         best["floorSeconds"] = min(r["floorSeconds"] for r in runs)
@@ -184,6 +208,10 @@ def main():
               f"{best['agentRssKiB'] / 1024:>8.1f}  (program CPU: agent "
               f"{best['agentCpuSeconds']:.2f} s, server {best['serverCpuSeconds']:.2f} s)",
               flush=True)
+        print(f"{'':>13}burst of {args.burst} changes: {best['burstSeconds']:.2f} s, "
+              f"{args.burst / best['burstSeconds']:.0f} changes/s, agent peak memory "
+              f"+{best['burstPeakGrowthMiB']:.1f} MiB, "
+              f"{best['burstResynchronisations']} resynchronisations", flush=True)
     if args.json:
         pathlib.Path(args.json).write_text(json.dumps({"cases": results}, indent=2) + "\n")
 

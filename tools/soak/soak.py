@@ -1,0 +1,434 @@
+"""Soak of the agent daemon: random configuration changes written into a real redis-server for
+a given time, with settle points, agent kills and stops and server restarts at random moments.
+At every settle point the outputs and log entries in Redis must be what the scenario runner
+computes from the agent's current recording, and the inputs must be those the recording ends
+with. Usage and what it checks: docs/reliability.md, Soak.
+
+Uses Debian's python3-redis: run it with /usr/bin/python3 (scripts/soak does)."""
+
+import argparse
+import json
+import os
+import pathlib
+import random
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+
+SOURCE = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(SOURCE / "tests" / "agent"))
+import agent_rig as rig  # noqa: E402
+
+PSEUDOWIRES = [f"Pseudowire{n}" for n in range(1, 25)]
+INSTANCES = ("vpls1", "vpls2", "vpls3")
+GROUPS = ("", "g1", "g2", "g3")
+VLANS = range(1, 7)
+UNTAGGED_VLAN = 6  # the one VLAN that may be untagged, so that no two entries share a key
+ATTRIBUTES = {"VPLS_DECAP_CONFIG": ("startupSyncDone", "restartDone"),
+              "VTEP_TYPE_STATUS": ("vxlanPresent", "vxlanDciConfigured")}
+# The weight of a step that concerns the whole switch. The sequences of the randomized test have
+# 3 pseudowires; here there are 8 times as many, so such steps weigh 8 times as much.
+GLOBAL_WEIGHT = len(PSEUDOWIRES) // 3
+
+
+def set_op(table, key, value):
+    return {"op": "set", "table": table, "key": key, "value": value}
+
+
+def pw_of(op):
+    return op["key"]["pw"] if op["table"] == "vlanTagInfo" else op.get("key")
+
+
+class Writer:
+    """Random valid input changes, chosen as the randomized test of the decap state machine
+    chooses them (tests/MarlTunnel/DecapSequence.cpp): a step among those valid now, weighted
+    (writes of configuration 2, label, FEC id and VLAN tag 3, each removal 1), then its values.
+    Added: re-sets of unchanged values, start-up sync and restart done, and a label pool in
+    which neighbouring pseudowires' labels collide.
+
+    The sequences that reach the state machine's own assertions and range errors are not
+    generated (the three rules of DecapSequence.cpp). They start from a record that is standby;
+    which records are is learnt at every settle point from the runner's state, and between
+    settle points a record counts as standby once a standby configuration was written for it."""
+
+    def __init__(self, rng):
+        self.rng = rng
+        self.inputs = {}  # element key in Redis -> the set op that holds it
+        self.vxlan = {"vxlanPresent": False, "vxlanDciConfigured": False}
+        self.standby_records = set()
+
+    def learn(self, state):
+        self.standby_records = {e["pwIntfId"] for e in state["localPwInfo"] if e["standby"]}
+
+    def chance(self, percent):
+        return self.rng.randrange(100) < percent
+
+    def configured(self, pw):
+        return self.inputs.get("VPLS_PW_INTF_INFO|" + pw)
+
+    def labelled(self, pw):
+        return "VPLS_DECAP_LABEL|" + pw in self.inputs
+
+    def stuck_standby(self, pw):  # rule 1
+        config = self.configured(pw)
+        return pw in self.standby_records and not (config and config["value"]["standby"])
+
+    def non_standby_config_allowed(self, pw):  # rule 2
+        return not (pw in self.standby_records and self.labelled(pw))
+
+    def vxlan_allowed(self, present, dci):  # rule 3
+        return present or dci or not any(self.stuck_standby(pw) and self.labelled(pw)
+                                         for pw in PSEUDOWIRES)
+
+    def allowed(self, op):
+        """Whether writing the set op now keeps clear of the rules."""
+        pw, table = pw_of(op), op["table"]
+        if table == "decapLabel":
+            return not self.stuck_standby(pw)
+        if table == "vlanTagInfo":
+            return not (self.stuck_standby(pw) and self.labelled(pw))
+        if table == "vplsPwIntfInfo":
+            return op["value"]["standby"] or self.non_standby_config_allowed(pw)
+        if table in self.vxlan:
+            after = {**self.vxlan, table: op["value"]}
+            return self.vxlan_allowed(after["vxlanPresent"], after["vxlanDciConfigured"])
+        return True
+
+    def config(self, pw, standby):
+        return set_op("vplsPwIntfInfo", pw, {
+            "vplsInstanceName": self.rng.choice(INSTANCES), "groupName": self.rng.choice(GROUPS),
+            "standby": standby, "vlanAware": self.chance(30), "splitHorizon": self.chance(80)})
+
+    def steps(self):
+        """(weight, op maker) of every step valid now."""
+        out = [(1, lambda op=op: {"op": "del", "table": op["table"], "key": op["key"]})
+               for op in self.inputs.values()]
+        for n, pw in enumerate(PSEUDOWIRES, 1):
+            any_config = self.non_standby_config_allowed(pw)
+            out.append((2 if any_config else 1, lambda pw=pw, any_config=any_config:
+                        self.config(pw, not any_config or self.chance(12))))
+            if not self.stuck_standby(pw):
+                out.append((3, lambda pw=pw, n=n: set_op(
+                    "decapLabel", pw, 1000 + (n + self.rng.randrange(3)) % len(PSEUDOWIRES))))
+            out.append((3, lambda pw=pw, n=n: set_op("encapHwFecId", pw, {
+                "hwFecId": 0x1000 + 16 * n + self.rng.randrange(2),
+                "globalInLif": 0x5000 + 16 * n + self.rng.randrange(2)})))
+            if not (self.stuck_standby(pw) and self.labelled(pw)):
+                out.append((3, lambda pw=pw: self.tag(pw)))
+        for name, value in self.vxlan.items():
+            flipped = {"op": "set", "table": name, "value": not value}
+            if self.allowed(flipped):
+                out.append((GLOBAL_WEIGHT, lambda op=flipped: op))
+        for name in ATTRIBUTES["VPLS_DECAP_CONFIG"]:
+            out.append((GLOBAL_WEIGHT, lambda name=name:
+                        {"op": "set", "table": name, "value": self.chance(50)}))
+        unchanged = [op for op in self.inputs.values() if self.allowed(op)] + [
+            op for op in ({"op": "set", "table": k, "value": v} for k, v in self.vxlan.items())
+            if self.allowed(op)]
+        if unchanged:
+            out.append((2 * GLOBAL_WEIGHT, lambda: self.rng.choice(unchanged)))
+        return out
+
+    def tag(self, pw):
+        vlan = self.rng.choice(VLANS)
+        i = self.rng.randrange(3 if vlan == UNTAGGED_VLAN else 2)
+        return set_op("vlanTagInfo", {"pw": pw, "vlan": vlan}, 0 if i == 2 else 100 * (i + 1) + vlan)
+
+    def next_op(self):
+        steps = self.steps()
+        _, make = self.rng.choices(steps, weights=[w for w, _ in steps])[0]
+        op = make()
+        if op["table"] in self.vxlan:
+            self.vxlan[op["table"]] = op["value"]
+        elif op["table"] not in ATTRIBUTES["VPLS_DECAP_CONFIG"]:
+            key = rig.op_row(op)[0]
+            if op["op"] == "del":
+                del self.inputs[key]
+            else:
+                self.inputs[key] = op
+                if op["table"] == "vplsPwIntfInfo" and op["value"]["standby"]:
+                    self.standby_records.add(op["key"])
+        return op
+
+
+def normalised_inputs(rows):
+    """Input rows with every attribute at its value or its default."""
+    rows = dict(rows)
+    for key, fields in ATTRIBUTES.items():
+        held = rows.get(key, {})
+        rows[key] = {f: held.get(f, "false") for f in fields}
+    return rows
+
+
+def recorded_inputs(path):
+    """The input rows a recording ends with: the inputs found at start-up, the wrapper's reset
+    of start-up sync and restart done, then every change the agent applied."""
+    lines = path.read_text().splitlines()
+    rows = {}
+
+    def apply(op):
+        key, fields = rig.op_row(op)
+        if fields is None:
+            rows.pop(key, None)
+        else:
+            rows[key] = {**rows.get(key, {}), **fields} if key in ATTRIBUTES else fields
+
+    for op in json.loads(lines[0]).get("before", []):
+        apply(op)
+    rows.pop("VPLS_DECAP_CONFIG", None)
+    for line in lines[1:]:
+        apply(json.loads(line))
+    return normalised_inputs(rows)
+
+
+def redis_inputs(db):
+    return normalised_inputs({key: db.hgetall(key) for key in db.scan_iter(count=10000)
+                              if key.split("|", 1)[0] in rig.INPUT_TABLES})
+
+
+def logs_since(db, last_id):
+    return [{"id": f["id"], "args": json.loads(f["args"])}
+            for _, f in db.xrange("VPLS_LOG", min="(" + last_id)]
+
+
+def differing_keys(expected, actual):
+    return sorted(k for k in expected.keys() | actual.keys() if expected.get(k) != actual.get(k))
+
+
+class DurableServer(rig.RedisServer):
+    """The private server with its append-only file synced on every write, so that nothing it
+    acknowledged is lost when it is killed."""
+
+    def start(self):
+        super().start()
+        with self.client() as db:
+            db.config_set("appendfsync", "always")
+
+    def restart(self, sig):
+        self.process.send_signal(sig)
+        self.process.wait()
+        self.start()
+
+
+class Soak:
+    def __init__(self, args, work, keep):
+        self.args, self.work, self.keep = args, work, keep
+        self.rng = random.Random(args.seed)
+        self.writer = Writer(random.Random(args.seed * 7919 + 1))
+        self.count = dict.fromkeys(("changes", "kills", "stops", "server restarts", "settle points",
+                                    "mismatches", "crashes"), 0)
+        self.server = DurableServer(work, persistent=True)
+        self.db = self.server.client()
+        toggles = {"MarlTunnelSplitHorizonGroup": self.rng.random() < 0.5}
+        mesh_groups = self.rng.choice((1, 3))
+        clean_slate = self.rng.random() < 0.5
+        print(f"soak: seed {args.seed}: {toggles}, --mesh-groups {mesh_groups}, "
+              f"clean slate {clean_slate}", flush=True)
+        if not clean_slate:
+            self.db.hset("L2_UCAST_HW_FEC_ID_RESPONSE|1", "hwFecIdResponse", "1")
+        self.agent = rig.Agent(args.agent, self.server.url, work,
+                               ["--mesh-groups", str(mesh_groups)],
+                               rig.toggle_env(work, toggles))
+        self.starts = 0
+        self.recordings = keep or pathlib.Path(work)
+        self.fault_dir = keep
+
+    # ---- The agent ----
+
+    def start_agent(self):
+        self.starts += 1
+        last = self.db.xrevrange("VPLS_LOG", count=1)
+        self.log_start = last[0][0] if last else "0-0"
+        self.recording = self.recordings / f"rec-{self.starts:04d}.jsonl"
+        self.output_start = self.agent.log.stat().st_size if self.agent.log.exists() else 0
+        self.agent.start(["--record", str(self.recording)])
+
+    def agent_lines(self, n=15):
+        with open(self.agent.log, "rb") as log:
+            log.seek(self.output_start)
+            return log.read().decode(errors="replace").splitlines()[-n:]
+
+    def crash(self, what):
+        self.count["crashes"] += 1
+        where = self.keep_files(f"crash-{self.count['crashes']:03d}", {})
+        print(f"CRASH: agent start {self.starts} ({self.recording.name}) {what}; kept in {where}; "
+              "its last lines:\n  " + "\n  ".join(self.agent_lines()), flush=True)
+        self.start_agent()
+
+    def check_agent(self):
+        """An agent that exited by itself is a crash: reported, counted and started again."""
+        code = self.agent.process.poll()
+        if code is not None:
+            self.crash(f"exited by itself with {code}")
+
+    def restart_agent(self):
+        self.check_agent()
+        sig = self.rng.choice((signal.SIGKILL, signal.SIGTERM))
+        try:
+            code = self.agent.stop(sig)
+        except subprocess.TimeoutExpired:
+            self.agent.stop(signal.SIGKILL)
+            return self.crash("did not stop within 30 s of SIGTERM")
+        if sig == signal.SIGTERM and code != 0:
+            return self.crash(f"exited with {code} after SIGTERM")
+        self.count["kills" if sig == signal.SIGKILL else "stops"] += 1
+        self.start_agent()
+
+    def restart_server(self):
+        self.db.close()
+        self.server.restart(self.rng.choice((signal.SIGKILL, signal.SIGTERM)))
+        self.db = self.server.client()
+        self.count["server restarts"] += 1
+
+    # ---- Changes and settle points ----
+
+    def burst(self):
+        ops = [self.writer.next_op() for _ in range(self.rng.randint(1, 60))]
+        if self.rng.random() < 0.5:
+            pipe = self.db.pipeline(transaction=False)
+            for op in ops:
+                rig.write_op(pipe, op)
+            pipe.execute()
+        else:
+            for op in ops:
+                rig.write_op(self.db, op)
+                time.sleep(self.rng.uniform(0, 0.01))
+        self.count["changes"] += len(ops)
+
+    def settle(self):
+        self.count["settle points"] += 1
+        n = self.count["settle points"]
+        token = f"settle {n}"
+        deadline = time.monotonic() + 60
+        while True:
+            try:
+                rig.barrier(self.db, token, timeout=0.5)
+                break
+            except TimeoutError:
+                self.check_agent()
+                if time.monotonic() > deadline:
+                    self.agent.stop(signal.SIGKILL)
+                    self.crash(f"did not reach settle point {n} within 60 s")
+                    deadline = time.monotonic() + 60
+        run = subprocess.run([self.args.sim, "run", str(self.recording), "--json"],
+                             capture_output=True, text=True)
+        where = f"settle point {n} (agent start {self.starts}, {self.recording.name})"
+        actual = {"outputs": rig.output_rows(self.db),
+                  "logs": logs_since(self.db, self.log_start),
+                  "inputs": redis_inputs(self.db)}
+        if run.returncode != 0:
+            problem = "the runner stopped: " + (run.stderr.strip().splitlines() or ["?"])[-1]
+        else:
+            state = json.loads(run.stdout)
+            self.writer.learn(state)
+            problem = self.compare(state, actual)
+        if problem:
+            self.count["mismatches"] += 1
+            kept = self.keep_files(f"settle-{n:04d}", actual)
+            print(f"MISMATCH at {where}: {problem}; kept in {kept}", flush=True)
+
+    def compare(self, state, actual):
+        """What differs between Redis and the runner's replay of the recording, if anything."""
+        problems = []
+        for what, expected, found in (
+                ("outputs", rig.expected_rows(state), actual["outputs"]),
+                ("inputs", recorded_inputs(self.recording), actual["inputs"])):
+            keys = differing_keys(expected, found)
+            if keys:
+                problems.append(f"{what} differ at {', '.join(keys[:3])}"
+                                + (f" (+{len(keys) - 3} more)" if len(keys) > 3 else ""))
+        expected_logs, logs = state["logs"], actual["logs"]
+        if logs != expected_logs:
+            first = next((i for i, (a, b) in enumerate(zip(logs, expected_logs)) if a != b),
+                         min(len(logs), len(expected_logs)))
+            problems.append(f"logs differ from entry {first} (Redis {len(logs)}, "
+                            f"runner {len(expected_logs)})")
+        return "; ".join(problems)
+
+    def keep_files(self, name, dump):
+        """The current recording and a dump of Redis, for a fault; returns where."""
+        if self.fault_dir is None:
+            self.fault_dir = pathlib.Path(tempfile.mkdtemp(prefix="vpls-soak-faults."))
+        where = self.fault_dir / name
+        where.mkdir(parents=True, exist_ok=True)
+        shutil.copy(self.recording, where)
+        if dump:
+            (where / "redis.json").write_text(json.dumps(dump, indent=1, sort_keys=True))
+        return where
+
+    # ---- The run ----
+
+    def run(self, seconds):
+        began = time.monotonic()
+        end = began + seconds
+        self.start_agent()
+        next_agent = began + self.rng.uniform(20, 40)
+        next_server = began + self.rng.uniform(60, 90)
+        next_settle = began + self.rng.uniform(1, 5)
+        while time.monotonic() < end:
+            self.burst()
+            self.check_agent()
+            now = time.monotonic()
+            if now >= next_server:
+                self.restart_server()
+                next_server = now + self.rng.uniform(60, 90)
+            elif now >= next_agent:
+                self.restart_agent()
+                next_agent = now + self.rng.uniform(20, 40)
+            if now >= next_settle:
+                self.settle()
+                next_settle = time.monotonic() + self.rng.uniform(1, 5)
+            time.sleep(self.rng.uniform(0, 0.25))
+        self.settle()
+        try:
+            code = self.agent.stop(signal.SIGTERM)
+        except subprocess.TimeoutExpired:
+            code = "a timeout"
+        if code != 0:
+            self.crash(f"exited with {code} after the final SIGTERM")
+        minutes = (time.monotonic() - began) / 60
+        c = self.count
+        print(f"soak: seed {self.args.seed}, {minutes:.1f} minutes\n"
+              f"  changes written  {c['changes']}\n"
+              f"  agent kills      {c['kills']} (SIGKILL)\n"
+              f"  agent stops      {c['stops']} (SIGTERM)\n"
+              f"  server restarts  {c['server restarts']}\n"
+              f"  settle points    {c['settle points']}\n"
+              f"  mismatches       {c['mismatches']}\n"
+              f"  crashes          {c['crashes']}", flush=True)
+        if self.fault_dir and (c["mismatches"] or c["crashes"]):
+            print(f"soak: recordings and dumps of the faults are in {self.fault_dir}")
+        return 0 if c["mismatches"] == 0 and c["crashes"] == 0 else 1
+
+    def close(self):
+        self.agent.stop(signal.SIGKILL)
+        self.db.close()
+        self.server.stop()
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
+    parser.add_argument("--agent", required=True, help="the vpls-decap-agent binary")
+    parser.add_argument("--sim", required=True, help="the vpls-decap-sim binary")
+    parser.add_argument("--minutes", type=float, default=10)
+    parser.add_argument("--seconds", type=float, help="the duration in seconds instead")
+    parser.add_argument("--seed", type=int, default=random.SystemRandom().randrange(1 << 31))
+    parser.add_argument("--keep", type=pathlib.Path,
+                        help="keep the recordings, and the dumps of the faults, in this folder")
+    args = parser.parse_args()
+    seconds = args.seconds if args.seconds is not None else args.minutes * 60
+    if args.keep:
+        args.keep.mkdir(parents=True, exist_ok=True)
+    with tempfile.TemporaryDirectory(prefix="vpls-soak.") as work:
+        soak = Soak(args, work, args.keep)
+        try:
+            return soak.run(seconds)
+        finally:
+            soak.close()
+
+
+if __name__ == "__main__":
+    sys.exit(main())
