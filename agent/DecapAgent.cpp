@@ -190,7 +190,6 @@ void DecapAgent::connectionLost(std::string const& why) {
   batch_.reset();
   snapshotReader_.reset();
   ownDecapConfigWrites_ = 0;
-  writesInFlight_ = 0;
   commands_->close();
   notifications_->close();
   std::string const note =
@@ -202,10 +201,10 @@ void DecapAgent::connectionLost(std::string const& why) {
     say(note);
   }
   connectionNote_ = note;
-  retryLater(why);
+  retryLater();
 }
 
-void DecapAgent::retryLater(std::string const&) {
+void DecapAgent::retryLater() {
   if (retryTimer_ != 0) {
     return;
   }

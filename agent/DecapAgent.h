@@ -61,7 +61,9 @@ struct NotificationBatch {
 // Invariants: a notification is applied only after every notification received before it;
 // outputs are written in the order their changes were applied; the barrier's token is written
 // only in the transaction that carries the outputs of every change notified before it.
-// Threading: the scheduler's thread; stopFromSignal() from a signal handler.
+// Threading: the scheduler's thread; stopFromSignal() from a signal handler. The connection
+// side is in DecapAgent.cpp, the state side (start-up, catch-up, inputs, writes) in
+// DecapAgentState.cpp.
 class DecapAgent {
  public:
   DecapAgent(AgentCommandLine config, std::optional<Credentials> credentials);
@@ -75,8 +77,6 @@ class DecapAgent {
   // Async-signal-safe.
   void stopFromSignal() noexcept;
 
-  Orb::TaskSchedulerRoot& scheduler() const noexcept { return *scheduler_; }
-
  private:
   enum class State : std::uint8_t { connecting, synchronising, running };
   // The first wait before reconnecting; it doubles up to a limit, and starts again here once
@@ -88,7 +88,7 @@ class DecapAgent {
   void connectionUp();
   void connectionReady();
   void connectionLost(std::string const& why);
-  void retryLater(std::string const& why);
+  void retryLater();
   void configureNotifications();
   void subscribe();
   void onPush(DbLink::RedisReply&& reply);
@@ -128,7 +128,6 @@ class DecapAgent {
   // The connections of the current attempt; replaced after a loss.
   std::unique_ptr<DbLink::RedisConnection> commands_;
   std::unique_ptr<DbLink::RedisConnection> notifications_;
-  bool subscribed_ = false;
   std::unique_ptr<SnapshotReader> snapshotReader_;
   Orb::TaskSchedulerRoot::Clock::time_point syncStarted_;
   Orb::TaskSchedulerRoot::TimerId retryTimer_ = 0;
@@ -164,8 +163,6 @@ class DecapAgent {
   std::deque<std::pair<std::string, std::string>> logs_;
   std::uint64_t logsDropped_ = 0;
   Cog::LogSink previousSink_;
-  // Writes sent and not yet answered.
-  std::size_t writesInFlight_ = 0;
 };
 
 }  // namespace VplsAgent

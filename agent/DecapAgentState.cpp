@@ -385,13 +385,11 @@ void DecapAgent::send(DbLink::WriteBatch& batch) {
   if (batch.empty()) {
     return;
   }
-  ++writesInFlight_;
   auto const gen = generation_;
   batch.send(*commands_, [this, gen](std::size_t failed, std::string const& first) {
     if (gen != generation_) {
       return;
     }
-    --writesInFlight_;
     if (failed > 0) {
       say("a write to the state database failed in " + std::to_string(failed) +
           " commands: " + first);

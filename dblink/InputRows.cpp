@@ -194,12 +194,13 @@ Op keyedOp(Table table, std::vector<std::string_view> const& segments) {
   op.table = table;
   op.pw = pseudowire(segments[1]);
   if (table == Table::vlanTagInfo) {
-    try {
-      op.vlan = static_cast<std::uint16_t>(number("<vlan>", segments[2], 1, kMaxVlan));
-    } catch (BadInput const& bad) {
-      throw BadInput{"the key does not parse: " + bad.what.substr(sizeof("field <vlan>: ") - 1) +
-                     " (the VLAN)"};
+    // One element, one key: the VLAN in its plain decimal form, without leading zeros.
+    auto const vlan = readNumber(segments[2], kMaxVlan);
+    if (!vlan || *vlan < 1 || numberText(*vlan) != segments[2]) {
+      throw BadInput{"the key does not parse: " + shownText(segments[2]) +
+                     " is not a VLAN from 1 to 4094 in plain decimal"};
     }
+    op.vlan = static_cast<std::uint16_t>(*vlan);
   }
   return op;
 }

@@ -8,16 +8,16 @@
 // pick the type named for a key that is not a hash. A field that comes twice keeps its first
 // value, as a hash holds each field once.
 //
-// Properties: nothing escapes the decoder; a problem is one line without control characters
-// that starts with the key as shown (as it is, or quoted with \xHH escapes and cut after 64
-// bytes) and a colon. A keyed table's key either parses (the absent key is one del, whose key
-// is the key again) or gives no op with any value; a hash on a parsed key is one set when
-// the problem is empty, else the absent key's del. A set is written back by inputRow as the
-// same key and a hash with every given value (numbers by value) and defaults for the rest,
-// which decodes to the same op. A hash of attributes is always two sets of its attributes,
-// at their defaults when absent or not a hash; it is good exactly when every field is one of
-// the two with "true" or "false", and then sets what the fields say; an attribute set true
-// was given as true. A key of no input table gives no op.
+// Properties: nothing escapes the decoder; a problem is one line without control characters that
+// starts with the key as shown (as it is, or quoted with \xHH escapes, perhaps cut with its size
+// said) and a colon. A keyed table's key either parses (absent or not a hash, it is one del, for
+// which inputRow gives the key back) or gives no op, with or without a hash; a hash on a parsed key
+// is one set when the problem is empty, else that del. A set is written back by inputRow as the
+// same key and a hash with every given value (numbers by value) and defaults for the rest, which
+// decodes to the same op. A hash of attributes is always two sets of its attributes, at their
+// defaults when absent or not a hash; it is good exactly when every field is one of the two with
+// "true" or "false", and then sets what the fields say; an attribute set true was given as true. A
+// key of no input table gives no op.
 
 #include <fuzzer/FuzzedDataProvider.h>
 

@@ -27,6 +27,10 @@ INSTANCES = ("vpls1", "vpls2", "vpls3")
 GROUPS = ("", "g1", "g2", "g3")
 VLANS = range(1, 7)
 UNTAGGED_VLAN = 6  # the one VLAN that may be untagged, so that no two entries share a key
+# A quarter of the pseudowires may be standby; they have labels of their own (1000 N, 1000 N + 1).
+# The others share labels with their neighbours (500 + (N .. N + 2) mod 24), so that labels
+# collide.
+STANDBY_CAPABLE = {pw for n, pw in enumerate(PSEUDOWIRES, 1) if n % 4 == 0}
 ATTRIBUTES = {"VPLS_DECAP_CONFIG": ("startupSyncDone", "restartDone"),
               "VTEP_TYPE_STATUS": ("vxlanPresent", "vxlanDciConfigured")}
 # The weight of a step that concerns the whole switch. The sequences of the randomized test have
@@ -46,22 +50,27 @@ class Writer:
     """Random valid input changes, chosen as the randomized test of the decap state machine
     chooses them (tests/MarlTunnel/DecapSequence.cpp): a step among those valid now, weighted
     (writes of configuration 2, label, FEC id and VLAN tag 3, each removal 1), then its values.
-    Added: re-sets of unchanged values, start-up sync and restart done, and a label pool in
-    which neighbouring pseudowires' labels collide.
+    Added: re-sets of unchanged values, start-up sync and restart done, and labels that collide.
 
     The sequences that reach the state machine's own assertions and range errors are not
-    generated (the three rules of DecapSequence.cpp). They start from a record that is standby;
-    which records are is learnt at every settle point from the runner's state, and between
-    settle points a record counts as standby once a standby configuration was written for it."""
+    generated (the three rules of DecapSequence.cpp). They start from a standby entry (label, 0,
+    0) that a change of a non-standby pseudowire takes for its own VLAN-less entry: the entry of
+    a record that keeps its standby flag, of a standby pseudowire that shares the label (so
+    standby pseudowires have labels of their own), or one left behind by a record that an agent
+    restart built again without its flag. Such pseudowires are "marked": learnt at every settle
+    point from the runner's state, and between settle points marked once a standby
+    configuration is written for them."""
 
     def __init__(self, rng):
         self.rng = rng
         self.inputs = {}  # element key in Redis -> the set op that holds it
         self.vxlan = {"vxlanPresent": False, "vxlanDciConfigured": False}
-        self.standby_records = set()
+        self.marked = set()
 
     def learn(self, state):
-        self.standby_records = {e["pwIntfId"] for e in state["localPwInfo"] if e["standby"]}
+        self.marked = {e["pwIntfId"] for e in state["localPwInfo"] if e["standby"]} | {
+            f"Pseudowire{e['label'] // 1000}" for e in state["mplsDecapConfig"]
+            if e["innerDot1QTag"] == 0 and e["inLifProfile"] == 0 and e["label"] >= 1000}
 
     def chance(self, percent):
         return self.rng.randrange(100) < percent
@@ -74,10 +83,10 @@ class Writer:
 
     def stuck_standby(self, pw):  # rule 1
         config = self.configured(pw)
-        return pw in self.standby_records and not (config and config["value"]["standby"])
+        return pw in self.marked and not (config and config["value"]["standby"])
 
     def non_standby_config_allowed(self, pw):  # rule 2
-        return not (pw in self.standby_records and self.labelled(pw))
+        return not (pw in self.marked and self.labelled(pw))
 
     def vxlan_allowed(self, present, dci):  # rule 3
         return present or dci or not any(self.stuck_standby(pw) and self.labelled(pw)
@@ -108,11 +117,12 @@ class Writer:
                for op in self.inputs.values()]
         for n, pw in enumerate(PSEUDOWIRES, 1):
             any_config = self.non_standby_config_allowed(pw)
-            out.append((2 if any_config else 1, lambda pw=pw, any_config=any_config:
-                        self.config(pw, not any_config or self.chance(12))))
+            out.append((2 if any_config else 1, lambda pw=pw, any_config=any_config: self.config(
+                pw, not any_config or (pw in STANDBY_CAPABLE and self.chance(12)))))
             if not self.stuck_standby(pw):
-                out.append((3, lambda pw=pw, n=n: set_op(
-                    "decapLabel", pw, 1000 + (n + self.rng.randrange(3)) % len(PSEUDOWIRES))))
+                out.append((3, lambda pw=pw, n=n: set_op("decapLabel", pw, (
+                    1000 * n + self.rng.randrange(2) if pw in STANDBY_CAPABLE
+                    else 500 + (n + self.rng.randrange(3)) % len(PSEUDOWIRES)))))
             out.append((3, lambda pw=pw, n=n: set_op("encapHwFecId", pw, {
                 "hwFecId": 0x1000 + 16 * n + self.rng.randrange(2),
                 "globalInLif": 0x5000 + 16 * n + self.rng.randrange(2)})))
@@ -150,7 +160,7 @@ class Writer:
             else:
                 self.inputs[key] = op
                 if op["table"] == "vplsPwIntfInfo" and op["value"]["standby"]:
-                    self.standby_records.add(op["key"])
+                    self.marked.add(op["key"])
         return op
 
 
