@@ -30,6 +30,7 @@ std::string agentUsage() {
          "                        [--flashlog PATH] [--trace-level N] [--trace-file PATH]\n"
          "                        [--record FILE] [--redis-user NAME]\n"
          "                        [--redis-password-file PATH]\n"
+         "       vpls-decap-agent --version\n"
          "\n"
          "Runs the VPLS decap agent on a Redis state database until SIGTERM or SIGINT.\n"
          "\n"
@@ -87,6 +88,10 @@ AgentCommandLine parseAgentCommandLine(std::vector<std::string> const& args) {
     std::string option = args[i];
     if (option == "-h" || option == "--help") {
       line.help = true;
+      return line;
+    }
+    if (option == "--version") {
+      line.version = true;
       return line;
     }
     std::optional<std::string> inlineValue;

@@ -13,9 +13,11 @@ namespace VplsAgent {
 //   vpls-decap-agent --redis URL [--db N] [--socket-dir DIR] [--mesh-groups N]
 //                    [--flashlog PATH] [--trace-level N] [--trace-file PATH] [--record FILE]
 //                    [--redis-user NAME] [--redis-password-file PATH]
+//   vpls-decap-agent --version
 // Options also as --option=VALUE.
 struct AgentCommandLine {
   bool help = false;
+  bool version = false;
   DbLink::RedisEndpoint redis;
   int db = 0;
   std::optional<std::string> socketDir;

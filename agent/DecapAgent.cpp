@@ -190,6 +190,7 @@ void DecapAgent::connectionLost(std::string const& why) {
   batch_.reset();
   snapshotReader_.reset();
   ownDecapConfigWrites_ = 0;
+  resendLogs();
   commands_->close();
   notifications_->close();
   std::string const note =

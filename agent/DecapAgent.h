@@ -116,7 +116,10 @@ class DecapAgent {
   void appendDecapConfig(DbLink::WriteBatch& batch);
   void appendAgentStatus(DbLink::WriteBatch& batch);
   void appendLogs(DbLink::WriteBatch& batch);
+  // Sends the batch; every batch's appendLogs() comes right before its send().
   void send(DbLink::WriteBatch& batch);
+  // After a lost connection: the log entries of unanswered transactions go out again.
+  void resendLogs();
 
   void say(std::string const& line) const;
 
@@ -162,6 +165,8 @@ class DecapAgent {
   // Structured log messages not yet written to the log stream.
   std::deque<std::pair<std::string, std::string>> logs_;
   std::uint64_t logsDropped_ = 0;
+  // The log entries of each transaction sent and not yet answered, oldest first.
+  std::deque<std::vector<std::pair<std::string, std::string>>> logsSent_;
   Cog::LogSink previousSink_;
 };
 

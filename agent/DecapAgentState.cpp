@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <fstream>
 #include <iostream>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <unordered_set>
 
@@ -67,7 +68,8 @@ bool isAttributeKey(std::string_view key) {
 void DecapAgent::synchronise() {
   syncStarted_ = Orb::TaskSchedulerRoot::Clock::now();
   snapshotReader_ = std::make_unique<SnapshotReader>(
-      *commands_, [this](StateSnapshot&& found) { onSnapshot(std::move(found)); });
+      *commands_, [this](StateSnapshot&& found) { onSnapshot(std::move(found)); },
+      [this](std::string const& why) { connectionLost("cannot read the state: " + why); });
 }
 
 void DecapAgent::onSnapshot(StateSnapshot&& found) {
@@ -374,15 +376,19 @@ void DecapAgent::appendLogs(DbLink::WriteBatch& batch) {
         std::string(DbLink::kLogStream) + " (more queued than it could take)");
     logsDropped_ = 0;
   }
-  for (auto& [id, args] : logs_) {
+  for (auto const& [id, args] : logs_) {
     batch.command({"XADD", std::string(DbLink::kLogStream), "MAXLEN", "~", kLogStreamLength, "*",
-                   "id", std::move(id), "args", std::move(args)});
+                   "id", id, "args", args});
   }
+  // Kept until the transaction is answered: a connection lost before then writes them again.
+  logsSent_.emplace_back(std::make_move_iterator(logs_.begin()),
+                         std::make_move_iterator(logs_.end()));
   logs_.clear();
 }
 
 void DecapAgent::send(DbLink::WriteBatch& batch) {
   if (batch.empty()) {
+    logsSent_.pop_back();  // nothing of this batch was logs either
     return;
   }
   auto const gen = generation_;
@@ -390,11 +396,20 @@ void DecapAgent::send(DbLink::WriteBatch& batch) {
     if (gen != generation_) {
       return;
     }
+    logsSent_.pop_front();
     if (failed > 0) {
       say("a write to the state database failed in " + std::to_string(failed) +
           " commands: " + first);
     }
   });
+}
+
+void DecapAgent::resendLogs() {
+  for (auto batch = logsSent_.rbegin(); batch != logsSent_.rend(); ++batch) {
+    logs_.insert(logs_.begin(), std::make_move_iterator(batch->begin()),
+                 std::make_move_iterator(batch->end()));
+  }
+  logsSent_.clear();
 }
 
 }  // namespace VplsAgent

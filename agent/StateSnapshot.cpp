@@ -9,6 +9,7 @@ using DbLink::RedisReply;
 struct SnapshotReader::Progress {
   DbLink::RedisConnection& connection;
   Done done;
+  Failed failed;
   StateSnapshot snapshot;
   std::vector<std::string> keys;
   std::size_t waiting = 0;
@@ -79,7 +80,12 @@ void readKeys(std::shared_ptr<SnapshotReader::Progress> const& progress) {
   for (std::size_t i = 0; i < p.keys.size(); ++i) {
     p.connection.command({"HGETALL", p.keys[i]}, [weak, i](RedisReply&& reply) {
       auto const progress = weak.lock();
-      if (!progress || reply.text.starts_with("connection lost")) {
+      if (!progress || reply.text.starts_with("connection lost") || !progress->failed) {
+        return;
+      }
+      if (reply.isError() && !reply.text.starts_with("WRONGTYPE")) {
+        auto failed = std::move(progress->failed);
+        failed("HGETALL answered " + reply.text);
         return;
       }
       onKey(*progress, progress->keys[i], std::move(reply));
@@ -94,8 +100,13 @@ void scan(std::shared_ptr<SnapshotReader::Progress> const& progress, std::string
   std::weak_ptr<SnapshotReader::Progress> const weak = progress;
   progress->connection.command({"SCAN", cursor, "COUNT", kScanBatch}, [weak](RedisReply&& reply) {
     auto const progress = weak.lock();
-    if (!progress || reply.isError() || reply.elements.size() != 2) {
-      return;  // a lost connection; the owner starts over
+    if (!progress || reply.text.starts_with("connection lost")) {
+      return;  // the owner starts over
+    }
+    if (reply.isError() || reply.elements.size() != 2) {
+      auto failed = std::move(progress->failed);
+      failed("SCAN answered " + (reply.isError() ? reply.text : std::string("no key list")));
+      return;
     }
     auto& p = *progress;
     for (auto& element : reply.elements[1].elements) {
@@ -123,8 +134,9 @@ void scan(std::shared_ptr<SnapshotReader::Progress> const& progress, std::string
 
 }  // namespace
 
-SnapshotReader::SnapshotReader(DbLink::RedisConnection& connection, Done done)
-    : progress_(std::make_shared<Progress>(Progress{connection, std::move(done), {}, {}, 0})) {
+SnapshotReader::SnapshotReader(DbLink::RedisConnection& connection, Done done, Failed failed)
+    : progress_(std::make_shared<Progress>(
+          Progress{connection, std::move(done), std::move(failed), {}, {}, 0})) {
   scan(progress_, "0");
 }
 

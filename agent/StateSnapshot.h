@@ -34,11 +34,15 @@ struct StateSnapshot {
 
 // Reads a snapshot: SCAN over the whole database, then every key of the agent's tables with
 // HGETALL, pipelined. `done` runs once with the snapshot, unless the connection is lost first
-// or the reader is destroyed (then never). Runs on the scheduler's thread.
+// or the reader is destroyed (then never); `failed` runs instead when the server refuses a read.
+// Runs on the scheduler's thread.
 class SnapshotReader {
  public:
   using Done = std::function<void(StateSnapshot&&)>;
-  SnapshotReader(DbLink::RedisConnection& connection, Done done);
+  // The server refused a read (a server still loading its data answers "LOADING ..."): the
+  // owner starts over later.
+  using Failed = std::function<void(std::string const& why)>;
+  SnapshotReader(DbLink::RedisConnection& connection, Done done, Failed failed);
   ~SnapshotReader();
   SnapshotReader(SnapshotReader const&) = delete;
   SnapshotReader& operator=(SnapshotReader const&) = delete;

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "VplsDecapVersion.h"
 #include "agent/AgentCommandLine.h"
 #include "agent/DecapAgent.h"
 #include "sim/CommandLine.h"
@@ -54,6 +55,10 @@ int main(int argc, char** argv) {
   }
   if (line.help) {
     std::cout << VplsAgent::agentUsage();
+    return kExitStopped;
+  }
+  if (line.version) {
+    std::cout << kProgram << " " << VPLS_DECAP_VERSION << "\n";
     return kExitStopped;
   }
   try {

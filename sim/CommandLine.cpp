@@ -25,6 +25,7 @@ std::string usage() {
          "                          [--trace-file PATH] [--flashlog PATH]\n"
          "       vpls-decap-sim serve SCENARIO.json [--socket-dir DIR] [--json] [--each]\n"
          "                          [--trace-level N] [--trace-file PATH] [--flashlog PATH]\n"
+         "       vpls-decap-sim --version\n"
          "\n"
          "  run     validate the scenario, start the agent, apply its events, print the result\n"
          "  serve   like run, then serve the agent command socket DIR/MarlTunnelVpls until\n"
@@ -50,6 +51,10 @@ CommandLine parseCommandLine(std::vector<std::string> const& args) {
   }
   std::string const& command = args.front();
   if (command == "-h" || command == "--help" || command == "help") {
+    return line;
+  }
+  if (command == "--version") {
+    line.mode = CommandLine::Mode::version;
     return line;
   }
   if (command == "run") {

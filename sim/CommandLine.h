@@ -11,9 +11,10 @@ namespace Sim {
 //   vpls-decap-sim run SCENARIO.json [--json] [--each] [--trace-level N] [--trace-file PATH]
 //                                    [--flashlog PATH]
 //   vpls-decap-sim serve SCENARIO.json [--socket-dir DIR] [the same options]
+//   vpls-decap-sim --version
 // Options may come before or after the scenario and also as --option=VALUE.
 struct CommandLine {
-  enum class Mode { run, serve, help };
+  enum class Mode { run, serve, help, version };
   Mode mode = Mode::help;
   std::string scenario;
   bool json = false;

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "MarlTunnel/VplsSmWrapper.h"
+#include "VplsDecapVersion.h"
 #include "dblink/OutputRows.h"
 #include "sim/CommandLine.h"
 #include "sim/Scenario.h"
@@ -158,6 +159,10 @@ int main(int argc, char** argv) {
   }
   if (line.mode == Sim::CommandLine::Mode::help) {
     std::cout << Sim::usage();
+    return kExitDone;
+  }
+  if (line.mode == Sim::CommandLine::Mode::version) {
+    std::cout << kProgram << " " << VPLS_DECAP_VERSION << "\n";
     return kExitDone;
   }
   if (line.mode == Sim::CommandLine::Mode::serve) {

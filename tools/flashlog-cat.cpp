@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "Trace/FlashlogReader.h"
+#include "VplsDecapVersion.h"
 
 namespace {
 
@@ -18,6 +19,7 @@ constexpr int kFailure = 2;
 
 void usage(std::ostream& out) {
   out << "usage: flashlog-cat FILE\n"
+         "       flashlog-cat --version\n"
          "Prints the records of a Flashlog file, oldest first. Flashlog files are\n"
          "<dir>/<agent>.flashlog, <dir> from MARL_FLASHLOG_DIR, default /tmp/flashlog;\n"
          "<agent>.flashlog.1 is the file of the previous run.\n";
@@ -28,6 +30,10 @@ void usage(std::ostream& out) {
 int main(int argc, char** argv) {
   if (argc == 2 && (std::string_view(argv[1]) == "-h" || std::string_view(argv[1]) == "--help")) {
     usage(std::cout);
+    return 0;
+  }
+  if (argc == 2 && std::string_view(argv[1]) == "--version") {
+    std::cout << "flashlog-cat " << VPLS_DECAP_VERSION << "\n";
     return 0;
   }
   if (argc != 2) {

@@ -25,6 +25,7 @@ TEST(SimCommandLine, ReadsEveryOptionInAnyPlaceAndBothForms) {
   EXPECT_EQ(plain.mode, CommandLine::Mode::run);
   EXPECT_FALSE(plain.json || plain.each || plain.traceLevel || plain.socketDir);
   EXPECT_EQ(parseCommandLine({"run", "--help"}).mode, CommandLine::Mode::help);
+  EXPECT_EQ(parseCommandLine({"--version"}).mode, CommandLine::Mode::version);
 }
 
 struct BadLine {

@@ -8,7 +8,6 @@ Uses Debian's python3-redis: run it with /usr/bin/python3 (scripts/soak does).""
 
 import argparse
 import json
-import os
 import pathlib
 import random
 import shutil
@@ -21,16 +20,19 @@ import time
 SOURCE = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(SOURCE / "tests" / "agent"))
 import agent_rig as rig  # noqa: E402
+import redis  # noqa: E402
 
 PSEUDOWIRES = [f"Pseudowire{n}" for n in range(1, 25)]
 INSTANCES = ("vpls1", "vpls2", "vpls3")
 GROUPS = ("", "g1", "g2", "g3")
 VLANS = range(1, 7)
-UNTAGGED_VLAN = 6  # the one VLAN that may be untagged, so that no two entries share a key
-# A quarter of the pseudowires may be standby; they have labels of their own (1000 N, 1000 N + 1).
-# The others share labels with their neighbours (500 + (N .. N + 2) mod 24), so that labels
-# collide.
-STANDBY_CAPABLE = {pw for n, pw in enumerate(PSEUDOWIRES, 1) if n % 4 == 0}
+# Every fourth pseudowire is "own-label": it has labels of its own (1000 N and 1000 N + 1) and
+# may be standby or leave VLAN 6 untagged, the only VLAN that may be (so that no two of its
+# entries share a key). The others share labels with their neighbours (500 + (N .. N + 2)
+# mod 24), so that labels collide, and have neither a standby nor a VLAN-less entry: any entry
+# (label, none) is of one pseudowire only.
+OWN_LABEL = {pw for n, pw in enumerate(PSEUDOWIRES, 1) if n % 4 == 0}
+UNTAGGED_VLAN = 6
 ATTRIBUTES = {"VPLS_DECAP_CONFIG": ("startupSyncDone", "restartDone"),
               "VTEP_TYPE_STATUS": ("vxlanPresent", "vxlanDciConfigured")}
 # The weight of a step that concerns the whole switch. The sequences of the randomized test have
@@ -53,114 +55,135 @@ class Writer:
     Added: re-sets of unchanged values, start-up sync and restart done, and labels that collide.
 
     The sequences that reach the state machine's own assertions and range errors are not
-    generated (the three rules of DecapSequence.cpp). They start from a standby entry (label, 0,
-    0) that a change of a non-standby pseudowire takes for its own VLAN-less entry: the entry of
-    a record that keeps its standby flag, of a standby pseudowire that shares the label (so
-    standby pseudowires have labels of their own), or one left behind by a record that an agent
-    restart built again without its flag. Such pseudowires are "marked": learnt at every settle
-    point from the runner's state, and between settle points marked once a standby
-    configuration is written for them."""
+    generated. They all come from a record whose standby flag is not its configuration's (a
+    configuration gone, or a change refused under VXLAN DCI or for want of an orientation),
+    which programs or removes the wrong kind of entry under its label, or from an entry
+    (label, none) that the record does not own and a non-standby record takes for its own
+    VLAN-less entry: one left behind when an agent restart built the record again without its
+    standby flag, its FEC id or its untagged VLAN's entry. The writer learns the records' flags,
+    the entries (label, none) and their owners at every settle point from the runner's state; in
+    between, what a write may have changed is not known, and that pseudowire is restricted until
+    the next settle point."""
 
     def __init__(self, rng):
         self.rng = rng
         self.inputs = {}  # element key in Redis -> the set op that holds it
         self.vxlan = {"vxlanPresent": False, "vxlanDciConfigured": False}
-        self.marked = set()
+        self.standby = {}  # pseudowire -> its record's standby flag; None: not known
+        self.vlanless = set()  # labels that have, or may have, an entry (label, none)
+        self.owners = set()  # pseudowires known to own the entry (label, none) of their label
 
     def learn(self, state):
-        self.marked = {e["pwIntfId"] for e in state["localPwInfo"] if e["standby"]} | {
-            f"Pseudowire{e['label'] // 1000}" for e in state["mplsDecapConfig"]
-            if e["innerDot1QTag"] == 0 and e["inLifProfile"] == 0 and e["label"] >= 1000}
+        self.standby = {e["pwIntfId"]: e["standby"] for e in state["localPwInfo"]}
+        self.vlanless = {e["label"] for e in state["mplsDecapConfig"] if e["innerDot1QTag"] == 0}
+        self.owners = {e["pwIntfId"] for e in state["localPwInfo"] if e["standby"] or (
+            e["normalisedTagPerVlan"].get(str(UNTAGGED_VLAN)) == 0 and e["vplsInstanceName"]
+            and e["encapHwFecIdAvail"] and e["countProgrammed"] > 0)}
+
+    def agent_restarted(self):
+        """The new agent builds its records again from the inputs: what they own is not known."""
+        self.standby = {pw: None if flag is not False else False
+                        for pw, flag in self.standby.items()}
+        self.owners = set()
 
     def chance(self, percent):
         return self.rng.randrange(100) < percent
 
-    def configured(self, pw):
-        return self.inputs.get("VPLS_PW_INTF_INFO|" + pw)
+    def flag(self, pw):
+        return self.standby.get(pw, False)
 
-    def labelled(self, pw):
-        return "VPLS_DECAP_LABEL|" + pw in self.inputs
+    def label(self, pw):
+        op = self.inputs.get("VPLS_DECAP_LABEL|" + pw)
+        return op and op["value"]
 
-    def stuck_standby(self, pw):  # rule 1
-        config = self.configured(pw)
-        return pw in self.marked and not (config and config["value"]["standby"])
+    def config_standby(self, pw):
+        op = self.inputs.get("VPLS_PW_INTF_INFO|" + pw)
+        return bool(op and op["value"]["standby"])
 
-    def non_standby_config_allowed(self, pw):  # rule 2
-        return not (pw in self.marked and self.labelled(pw))
+    def stuck(self, pw):
+        """The record's standby flag is not (known to be) its configuration's."""
+        return self.flag(pw) is not self.config_standby(pw)
 
-    def vxlan_allowed(self, present, dci):  # rule 3
-        return present or dci or not any(self.stuck_standby(pw) and self.labelled(pw)
-                                         for pw in PSEUDOWIRES)
+    def trapped(self, pw):
+        """An entry (label, none) under its label that its record may not own."""
+        return self.label(pw) in self.vlanless and pw not in self.owners
 
     def allowed(self, op):
-        """Whether writing the set op now keeps clear of the rules."""
+        """Whether writing the op now keeps clear of the state machine's assertions."""
         pw, table = pw_of(op), op["table"]
-        if table == "decapLabel":
-            return not self.stuck_standby(pw)
-        if table == "vlanTagInfo":
-            return not (self.stuck_standby(pw) and self.labelled(pw))
-        if table == "vplsPwIntfInfo":
-            return op["value"]["standby"] or self.non_standby_config_allowed(pw)
         if table in self.vxlan:
-            after = {**self.vxlan, table: op["value"]}
-            return self.vxlan_allowed(after["vxlanPresent"], after["vxlanDciConfigured"])
+            # VXLAN going away runs every VLAN tag again. The agent applies the changed flags of
+            # the hash together, in field order, so that any change may pass through "both off".
+            return not any(self.stuck(p) and self.label(p) for p in PSEUDOWIRES)
+        if table == "vplsPwIntfInfo":
+            return not self.trapped(pw) and (op["op"] == "del" or op["value"]["standby"]
+                                             or self.flag(pw) is False or not self.label(pw))
+        if op["op"] == "del":
+            return True
+        if table == "decapLabel":
+            return not self.stuck(pw) and op["value"] not in self.vlanless
+        if table in ("vlanTagInfo", "encapHwFecId"):
+            return not self.trapped(pw) and not (self.stuck(pw) and self.label(pw))
         return True
 
-    def config(self, pw, standby):
+    def config(self, pw):
         return set_op("vplsPwIntfInfo", pw, {
             "vplsInstanceName": self.rng.choice(INSTANCES), "groupName": self.rng.choice(GROUPS),
-            "standby": standby, "vlanAware": self.chance(30), "splitHorizon": self.chance(80)})
+            "standby": pw in OWN_LABEL and self.chance(12), "vlanAware": self.chance(30),
+            "splitHorizon": self.chance(80)})
 
-    def steps(self):
-        """(weight, op maker) of every step valid now."""
-        out = [(1, lambda op=op: {"op": "del", "table": op["table"], "key": op["key"]})
-               for op in self.inputs.values()]
-        for n, pw in enumerate(PSEUDOWIRES, 1):
-            any_config = self.non_standby_config_allowed(pw)
-            out.append((2 if any_config else 1, lambda pw=pw, any_config=any_config: self.config(
-                pw, not any_config or (pw in STANDBY_CAPABLE and self.chance(12)))))
-            if not self.stuck_standby(pw):
-                out.append((3, lambda pw=pw, n=n: set_op("decapLabel", pw, (
-                    1000 * n + self.rng.randrange(2) if pw in STANDBY_CAPABLE
-                    else 500 + (n + self.rng.randrange(3)) % len(PSEUDOWIRES)))))
-            out.append((3, lambda pw=pw, n=n: set_op("encapHwFecId", pw, {
-                "hwFecId": 0x1000 + 16 * n + self.rng.randrange(2),
-                "globalInLif": 0x5000 + 16 * n + self.rng.randrange(2)})))
-            if not (self.stuck_standby(pw) and self.labelled(pw)):
-                out.append((3, lambda pw=pw: self.tag(pw)))
-        for name, value in self.vxlan.items():
-            flipped = {"op": "set", "table": name, "value": not value}
-            if self.allowed(flipped):
-                out.append((GLOBAL_WEIGHT, lambda op=flipped: op))
-        for name in ATTRIBUTES["VPLS_DECAP_CONFIG"]:
-            out.append((GLOBAL_WEIGHT, lambda name=name:
-                        {"op": "set", "table": name, "value": self.chance(50)}))
-        unchanged = [op for op in self.inputs.values() if self.allowed(op)] + [
-            op for op in ({"op": "set", "table": k, "value": v} for k, v in self.vxlan.items())
-            if self.allowed(op)]
-        if unchanged:
-            out.append((2 * GLOBAL_WEIGHT, lambda: self.rng.choice(unchanged)))
-        return out
+    def new_label(self, pw, n):
+        if pw in OWN_LABEL:
+            return 1000 * n + self.rng.randrange(2)
+        return 500 + (n + self.rng.randrange(3)) % len(PSEUDOWIRES)
 
     def tag(self, pw):
         vlan = self.rng.choice(VLANS)
-        i = self.rng.randrange(3 if vlan == UNTAGGED_VLAN else 2)
-        return set_op("vlanTagInfo", {"pw": pw, "vlan": vlan}, 0 if i == 2 else 100 * (i + 1) + vlan)
+        i = self.rng.randrange(3 if vlan == UNTAGGED_VLAN and pw in OWN_LABEL else 2)
+        return set_op("vlanTagInfo", {"pw": pw, "vlan": vlan},
+                      0 if i == 2 else 100 * (i + 1) + vlan)
+
+    def steps(self):
+        """(weight, op) of every step valid now; an op's values are chosen with the step, and a
+        step whose values turn out not valid is left out."""
+        out = [(1, {"op": "del", "table": op["table"], "key": op["key"]})
+               for op in self.inputs.values()]
+        for n, pw in enumerate(PSEUDOWIRES, 1):
+            out += [(2, self.config(pw)), (3, set_op("decapLabel", pw, self.new_label(pw, n))),
+                    (3, set_op("encapHwFecId", pw, {
+                        "hwFecId": 0x1000 + 16 * n + self.rng.randrange(2),
+                        "globalInLif": 0x5000 + 16 * n + self.rng.randrange(2)})),
+                    (3, self.tag(pw))]
+        out += [(GLOBAL_WEIGHT, {"op": "set", "table": name, "value": not value})
+                for name, value in self.vxlan.items()]
+        out += [(GLOBAL_WEIGHT, {"op": "set", "table": name, "value": self.chance(50)})
+                for name in ATTRIBUTES["VPLS_DECAP_CONFIG"]]
+        unchanged = list(self.inputs.values()) + [
+            {"op": "set", "table": name, "value": value} for name, value in self.vxlan.items()]
+        out.append((2 * GLOBAL_WEIGHT, self.rng.choice(unchanged)))
+        return [(weight, op) for weight, op in out if self.allowed(op)]
 
     def next_op(self):
         steps = self.steps()
-        _, make = self.rng.choices(steps, weights=[w for w, _ in steps])[0]
-        op = make()
-        if op["table"] in self.vxlan:
-            self.vxlan[op["table"]] = op["value"]
-        elif op["table"] not in ATTRIBUTES["VPLS_DECAP_CONFIG"]:
+        op = self.rng.choices([op for _, op in steps], weights=[w for w, _ in steps])[0]
+        pw, table = pw_of(op), op["table"]
+        if table in self.vxlan:
+            self.vxlan[table] = op["value"]
+        elif table not in ATTRIBUTES["VPLS_DECAP_CONFIG"]:
             key = rig.op_row(op)[0]
             if op["op"] == "del":
                 del self.inputs[key]
             else:
                 self.inputs[key] = op
-                if op["table"] == "vplsPwIntfInfo" and op["value"]["standby"]:
-                    self.marked.add(op["key"])
+            # What a write may change before the next settle point tells.
+            if table == "vplsPwIntfInfo" and op["op"] == "set" and \
+                    op["value"]["standby"] is not self.flag(pw):
+                self.standby[pw] = None
+            untagged = self.inputs.get(f"VPLS_VLAN_TAG_INFO|{pw}|{UNTAGGED_VLAN}")
+            if self.label(pw) and (self.flag(pw) is not False or self.config_standby(pw) or (
+                    untagged and untagged["value"] == 0)):
+                self.vlanless.add(self.label(pw))
+                self.owners.discard(pw)
         return op
 
 
@@ -210,7 +233,20 @@ def differing_keys(expected, actual):
 
 class DurableServer(rig.RedisServer):
     """The private server with its append-only file synced on every write, so that nothing it
-    acknowledged is lost when it is killed."""
+    acknowledged is lost when it is killed. The soak's connections carry its name."""
+
+    def client(self):
+        return redis.Redis(unix_socket_path=self.socket, decode_responses=True,
+                           client_name="vpls-soak")
+
+    def others_gone(self, db, timeout=10):
+        """Waits until no other client is connected: whatever a stopped agent had sent is
+        handled then."""
+        deadline = time.monotonic() + timeout
+        while any(c["name"] != "vpls-soak" for c in db.client_list()):
+            if time.monotonic() > deadline:
+                raise TimeoutError("the stopped agent's connections are still open")
+            time.sleep(0.01)
 
     def start(self):
         super().start()
@@ -225,7 +261,10 @@ class DurableServer(rig.RedisServer):
 
 class Soak:
     def __init__(self, args, work, keep):
-        self.args, self.work, self.keep = args, work, keep
+        self.args = args
+        # Copies, so that a build meanwhile does not change them under the run.
+        self.agent_binary, self.sim = (shutil.copy2(b, pathlib.Path(work) / pathlib.Path(b).name)
+                                       for b in (args.agent, args.sim))
         self.rng = random.Random(args.seed)
         self.writer = Writer(random.Random(args.seed * 7919 + 1))
         self.count = dict.fromkeys(("changes", "kills", "stops", "server restarts", "settle points",
@@ -239,10 +278,11 @@ class Soak:
               f"clean slate {clean_slate}", flush=True)
         if not clean_slate:
             self.db.hset("L2_UCAST_HW_FEC_ID_RESPONSE|1", "hwFecIdResponse", "1")
-        self.agent = rig.Agent(args.agent, self.server.url, work,
+        self.agent = rig.Agent(self.agent_binary, self.server.url, work,
                                ["--mesh-groups", str(mesh_groups)],
                                rig.toggle_env(work, toggles))
         self.starts = 0
+        self.since = []  # what happened since the last settle point, for a mismatch's line
         self.recordings = keep or pathlib.Path(work)
         self.fault_dir = keep
 
@@ -250,6 +290,8 @@ class Soak:
 
     def start_agent(self):
         self.starts += 1
+        self.writer.agent_restarted()
+        self.server.others_gone(self.db)
         last = self.db.xrevrange("VPLS_LOG", count=1)
         self.log_start = last[0][0] if last else "0-0"
         self.recording = self.recordings / f"rec-{self.starts:04d}.jsonl"
@@ -263,6 +305,7 @@ class Soak:
 
     def crash(self, what):
         self.count["crashes"] += 1
+        self.since.append("agent crash")
         where = self.keep_files(f"crash-{self.count['crashes']:03d}", {})
         print(f"CRASH: agent start {self.starts} ({self.recording.name}) {what}; kept in {where}; "
               "its last lines:\n  " + "\n  ".join(self.agent_lines()), flush=True)
@@ -285,13 +328,16 @@ class Soak:
         if sig == signal.SIGTERM and code != 0:
             return self.crash(f"exited with {code} after SIGTERM")
         self.count["kills" if sig == signal.SIGKILL else "stops"] += 1
+        self.since.append(f"agent {sig.name}")
         self.start_agent()
 
     def restart_server(self):
         self.db.close()
-        self.server.restart(self.rng.choice((signal.SIGKILL, signal.SIGTERM)))
+        sig = self.rng.choice((signal.SIGKILL, signal.SIGTERM))
+        self.server.restart(sig)
         self.db = self.server.client()
         self.count["server restarts"] += 1
+        self.since.append(f"server {sig.name}")
 
     # ---- Changes and settle points ----
 
@@ -323,9 +369,11 @@ class Soak:
                     self.agent.stop(signal.SIGKILL)
                     self.crash(f"did not reach settle point {n} within 60 s")
                     deadline = time.monotonic() + 60
-        run = subprocess.run([self.args.sim, "run", str(self.recording), "--json"],
+        run = subprocess.run([self.sim, "run", str(self.recording), "--json"],
                              capture_output=True, text=True)
-        where = f"settle point {n} (agent start {self.starts}, {self.recording.name})"
+        where = (f"settle point {n} (agent start {self.starts}, {self.recording.name}; since the "
+                 f"last one: {', '.join(self.since) or 'changes only'})")
+        self.since = []
         actual = {"outputs": rig.output_rows(self.db),
                   "logs": logs_since(self.db, self.log_start),
                   "inputs": redis_inputs(self.db)}
@@ -374,9 +422,12 @@ class Soak:
     def run(self, seconds):
         began = time.monotonic()
         end = began + seconds
+        # An agent restart every 20 to 40 s and a server restart every 60 to 90 s; closer
+        # together in a run shorter than two minutes, so that it has both.
+        pace = min(1.0, seconds / 120)
         self.start_agent()
-        next_agent = began + self.rng.uniform(20, 40)
-        next_server = began + self.rng.uniform(60, 90)
+        next_agent = began + pace * self.rng.uniform(20, 40)
+        next_server = began + pace * self.rng.uniform(60, 90)
         next_settle = began + self.rng.uniform(1, 5)
         while time.monotonic() < end:
             self.burst()
@@ -384,10 +435,10 @@ class Soak:
             now = time.monotonic()
             if now >= next_server:
                 self.restart_server()
-                next_server = now + self.rng.uniform(60, 90)
+                next_server = now + pace * self.rng.uniform(60, 90)
             elif now >= next_agent:
                 self.restart_agent()
-                next_agent = now + self.rng.uniform(20, 40)
+                next_agent = now + pace * self.rng.uniform(20, 40)
             if now >= next_settle:
                 self.settle()
                 next_settle = time.monotonic() + self.rng.uniform(1, 5)
