@@ -205,13 +205,6 @@ void OutputTracker::forgetNotes() {
   evec_.clear();
 }
 
-bool OutputTracker::empty() const {
-  return mplsDecap_.empty() && labels_.empty() && decapStatus_.empty() && additionalIds_.empty() &&
-         additionalData_.empty() && lpoRequests_.empty() && lpoResponses_.empty() &&
-         intfToLpoKeys_.empty() && esem_.empty() && apps_.empty() && evec_.empty() &&
-         dirtyPws_.empty() && !allPwsDirty_;
-}
-
 std::vector<DbLink::OutputRow> OutputTracker::take() {
   auto const& h = harness_;
   std::vector<DbLink::OutputRow> rows;

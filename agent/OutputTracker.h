@@ -62,7 +62,6 @@ class OutputTracker {
   // statuses and the state-machine status that differ from what the database holds (which
   // they then are taken to hold).
   std::vector<DbLink::OutputRow> take();
-  bool empty() const;
 
  private:
   void noteLabel(Netcore::MplsLabel label);

@@ -22,7 +22,6 @@ class Recorder {
 
   void start(Sim::Scenario const& found);
   void record(Sim::Op const& op);
-  std::filesystem::path const& path() const noexcept { return path_; }
 
  private:
   void writeLine(std::string const& line);

@@ -24,7 +24,6 @@ class WriteBatch {
   void command(std::vector<std::string> const& args);
 
   bool empty() const noexcept { return commands_ == 0; }
-  std::size_t size() const noexcept { return commands_; }
   // Keys written or deleted, for the figures.
   std::size_t keys() const noexcept { return keys_; }
 

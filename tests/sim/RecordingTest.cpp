@@ -81,15 +81,7 @@ TEST_P(RecordedExample, CutShortReplaysUpToTheLastWholeLine) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Recording, RecordedExample,
-                         ::testing::Values("standby-pseudowire", "vlan-aware-instance",
-                                           "split-horizon-groups", "vxlan-regimes", "awkward-order",
-                                           "show-command", "agent-restart"),
-                         [](auto const& info) {
-                           std::string name = info.param;
-                           std::erase(name, '-');
-                           return name;
-                         });
+INSTANTIATE_TEST_SUITE_P(Recording, RecordedExample, kExamples, exampleTestName);
 
 // Every op form, with names holding quotes, control characters and UTF-8 (the examples go
 // through the writer in RecordedExample).

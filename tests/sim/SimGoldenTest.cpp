@@ -72,15 +72,7 @@ TEST_P(Example, PrintsTheTables) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Sim, Example,
-                         ::testing::Values("standby-pseudowire", "vlan-aware-instance",
-                                           "split-horizon-groups", "vxlan-regimes", "awkward-order",
-                                           "show-command", "agent-restart"),
-                         [](auto const& info) {
-                           std::string name = info.param;
-                           std::erase(name, '-');
-                           return name;
-                         });
+INSTANTIATE_TEST_SUITE_P(Sim, Example, kExamples, exampleTestName);
 
 TEST(SimServe, ServesTheCommandSocketUntilSigtermThenRemovesIt) {
   TempDir dir;

@@ -5,6 +5,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <nlohmann/json.hpp>
@@ -113,6 +115,16 @@ inline SimResult runScenarioText(std::string const& scenario, std::vector<std::s
   auto const file = dir.write("scenario.json", scenario);
   options.insert(options.begin(), {"run", file.string()});
   return runSim(dir, options);
+}
+
+// The example scenarios, for tests that run each of them, and their names as test names.
+inline auto const kExamples =
+    ::testing::Values("standby-pseudowire", "vlan-aware-instance", "split-horizon-groups",
+                      "vxlan-regimes", "awkward-order", "show-command", "agent-restart");
+inline std::string exampleTestName(::testing::TestParamInfo<char const*> const& info) {
+  std::string name = info.param;
+  std::erase(name, '-');
+  return name;
 }
 
 inline nlohmann::ordered_json parseJson(std::string const& text) {
