@@ -5,18 +5,18 @@ programmed state (vpls-decap-sim run --json) says what the answer must hold.
 The end-to-end cases need $VPLS_DECAP_SIM, the runner's path (CTest sets it)."""
 
 import contextlib
-import importlib.machinery
-import importlib.util
 import io
 import json
 import os
 import pathlib
+import runpy
 import socket
 import subprocess
 import sys
 import tempfile
 import threading
 import time
+import types
 import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -24,14 +24,8 @@ FRONTEND = ROOT / "frontend" / "show-vpls-decap"
 SCENARIO = ROOT / "examples" / "show-command.json"
 
 
-def load_frontend():
-    loader = importlib.machinery.SourceFileLoader("show_vpls_decap", str(FRONTEND))
-    module = importlib.util.module_from_spec(importlib.util.spec_from_loader(loader.name, loader))
-    loader.exec_module(module)
-    return module
-
-
-show = load_frontend()
+# The front end is a script without a .py suffix, so it is run from its path rather than imported.
+show = types.SimpleNamespace(**runpy.run_path(str(FRONTEND), run_name="show_vpls_decap"))
 
 # One pseudowire with two VLANs, then a standby one under VLAN 0, as the agent writes them.
 TWO_PSEUDOWIRES = (
