@@ -22,7 +22,9 @@ inline constexpr char kCaseChildOption[] = "--case-child";
 // Floors, measured in the program part: program and startup, the same output entries written
 // into fresh entities (OutputFloor::write); teardown, erasing them (OutputFloor::erase); show,
 // the answer's bytes written into an in-memory file and read back, as the socket handler does
-// with an answer.
+// with an answer. Hash floors, measured beside them: program and startup, the same entries
+// written into unordered standard containers (OutputFloor::writeHashed); teardown, erasing them
+// (OutputFloor::eraseHashed); show has none.
 //
 // Times are the CPU time (user and system) of the thread that runs the agent, which is what the
 // agent costs however busy the machine is, and the wall time of the same run. Every measurement
@@ -30,8 +32,8 @@ inline constexpr char kCaseChildOption[] = "--case-child";
 // state written long before, whatever the size. Results are
 // checked (every entry programmed, no failed orientation, nothing left after teardown); a wrong
 // result fails the child. Prints one line per case, "<case> <cpu s> <wall s> <floor cpu s>
-// <answer bytes>", and "skipped <case> <reason>" for a case that cannot run. Returns the exit
-// code.
+// <hash floor cpu s> <answer bytes>" (0 for a hash floor or answer the case has not), and
+// "skipped <case> <reason>" for a case that cannot run. Returns the exit code.
 int runCaseChild(std::string const& part, std::uint32_t pseudowires, std::uint32_t vlans);
 
 }  // namespace Bench

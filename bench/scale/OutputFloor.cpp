@@ -1,13 +1,50 @@
 #include "bench/scale/OutputFloor.h"
 
+#include <functional>
+#include <unordered_map>
+#include <unordered_set>
 #include <utility>
+
+#include "Loom/Hash.h"
 
 namespace Bench {
 namespace {
 
 using namespace Hardware::MarlTunnel;
 
-// `Entity`'s rows, written by `Write(entity, row)` and erased by `Erase(entity, row)`.
+// The hash floor's hasher: a key's own hash where it has one, std::hash for the enumerations,
+// and the two fields of an EVEC profile key, which has neither.
+struct KeyHash {
+  template <class Key>
+  std::size_t operator()(Key const& key) const noexcept {
+    if constexpr (requires { key.hash(std::size_t{0}); }) {
+      return key.hash(0);
+    } else {
+      return std::hash<Key>{}(key);
+    }
+  }
+  std::size_t operator()(EvecProfileKey const& key) const noexcept {
+    return Loom::hashValue(key.second(), Loom::hashValue(key.first()));
+  }
+};
+
+// The hash floor's container of one output collection's rows: a set's keys, or a collection's
+// keys and values.
+template <class Row>
+struct Hashed {
+  void write(Row const& key) { rows.insert(key); }
+  void erase(Row const& key) { rows.erase(key); }
+  std::unordered_set<Row, KeyHash> rows;
+};
+template <class Key, class Value>
+struct Hashed<std::pair<Key, Value>> {
+  void write(std::pair<Key, Value> const& row) { rows.insert_or_assign(row.first, row.second); }
+  void erase(std::pair<Key, Value> const& row) { rows.erase(row.first); }
+  std::unordered_map<Key, Value, KeyHash> rows;
+};
+
+// `Entity`'s rows, written by `Write(entity, row)` and erased by `Erase(entity, row)`, and
+// written into and erased from the hash floor's container by key.
 template <class Entity, class Row, class Write, class Erase>
 class Rows final : public OutputFloor::Table {
  public:
@@ -25,12 +62,23 @@ class Rows final : public OutputFloor::Table {
       erase_(*entity_, row);
     }
   }
+  void writeHashed() override {
+    for (auto const& row : rows_) {
+      hashed_.write(row);
+    }
+  }
+  void eraseHashed() override {
+    for (auto const& row : rows_) {
+      hashed_.erase(row);
+    }
+  }
 
  private:
   std::vector<Row> rows_;
   Write write_;
   Erase erase_;
   Loom::Ptr<Entity> entity_ = Loom::make<Entity>();
+  Hashed<Row> hashed_;
 };
 
 // The rows of a collection (key and value) or of a set (key).
@@ -121,6 +169,18 @@ void OutputFloor::write() {
 void OutputFloor::erase() {
   for (auto const& t : tables_) {
     t->erase();
+  }
+}
+
+void OutputFloor::writeHashed() {
+  for (auto const& t : tables_) {
+    t->writeHashed();
+  }
+}
+
+void OutputFloor::eraseHashed() {
+  for (auto const& t : tables_) {
+    t->eraseHashed();
   }
 }
 

@@ -29,17 +29,22 @@ std::vector<std::uint32_t> vlanCounts(ScaleResults const& results) {
 }
 
 void printCases(std::ostream& out, ScaleResults const& results) {
-  out << formatted("%-9s %11s %5s %8s %9s %9s %10s %9s %7s %9s %12s\n", "case", "pseudowires",
-                   "vlans", "entries", "cpu s", "wall s", "entries/s", "floor s", "ratio",
-                   "ns/entry", "answer bytes");
+  out << formatted("%-9s %11s %5s %8s %9s %9s %10s %9s %7s %9s %10s %9s %12s\n", "case",
+                   "pseudowires", "vlans", "entries", "cpu s", "wall s", "entries/s", "floor s",
+                   "ratio", "hash s", "hash ratio", "ns/entry", "answer bytes");
   for (auto const& c : results.cases) {
     auto const bytes = c.answerBytes ? std::to_string(*c.answerBytes) : std::string("-");
-    out << formatted("%-9s %11u %5u %8llu %9.4f %9.4f %10.0f %9.4f %7.2f %9.0f %12s\n",
+    auto const hash = c.hashFloorSeconds ? formatted("%.4f", *c.hashFloorSeconds) : "-";
+    auto const hashRatio = c.ratioToHashFloor() ? formatted("%.2f", *c.ratioToHashFloor()) : "-";
+    out << formatted("%-9s %11u %5u %8llu %9.4f %9.4f %10.0f %9.4f %7.2f %9s %10s %9.0f %12s\n",
                      c.name.c_str(), c.pseudowires, c.vlans,
                      static_cast<unsigned long long>(c.entries), c.seconds, c.wallSeconds,
-                     c.entriesPerSecond(), c.floorSeconds, c.ratioToFloor(),
-                     c.nanosecondsPerEntry(), bytes.c_str());
+                     c.entriesPerSecond(), c.floorSeconds, c.ratioToFloor(), hash.c_str(),
+                     hashRatio.c_str(), c.nanosecondsPerEntry(), bytes.c_str());
   }
+  out << "floor s: the entries written into (teardown: erased from) the framework's collections;"
+         " show: its answer\nthrough a file. hash s: the entries written into (erased from)"
+         " unordered standard containers.\n";
 }
 
 void printGrowth(std::ostream& out, ScaleResults const& results) {
@@ -121,6 +126,12 @@ void writeJson(std::filesystem::path const& file, ScaleResults const& results) {
                           {"entries_per_second", c.entriesPerSecond()},
                           {"floor_seconds", c.floorSeconds},
                           {"ratio_to_floor", c.ratioToFloor()}};
+    if (c.hashFloorSeconds) {
+      one["hash_floor_seconds"] = *c.hashFloorSeconds;
+    }
+    if (auto const ratio = c.ratioToHashFloor()) {
+      one["ratio_to_hash_floor"] = *ratio;
+    }
     if (c.answerBytes) {
       one["answer_bytes"] = *c.answerBytes;
     }

@@ -30,9 +30,10 @@ std::optional<double> costGrowth(ScaleResults const& results, std::string const&
 void printTable(std::ostream& out, ScaleResults const& results);
 
 // {"cases": [{"name", "pseudowires", "vlans", "entries", "seconds", "entries_per_second",
-// "floor_seconds", "ratio_to_floor", "wall_seconds"} (show cases add "answer_bytes")],
-// "bytes_per_entry": N} with N at the largest size measured; seconds are CPU seconds. Throws
-// std::runtime_error when the file cannot be written.
+// "floor_seconds", "ratio_to_floor", "wall_seconds"} (show cases add "answer_bytes", the others
+// "hash_floor_seconds" and "ratio_to_hash_floor")], "bytes_per_entry": N} with N at the largest
+// size measured; seconds are CPU seconds. Throws std::runtime_error when the file cannot be
+// written.
 void writeJson(std::filesystem::path const& file, ScaleResults const& results);
 
 }  // namespace Bench

@@ -73,8 +73,10 @@ void SizeBenchmark::keep(std::string const& line) {
   }
   Timing timing;
   Timing floor;
+  Timing hashFloor;
   std::uint64_t bytes = 0;
-  if (!(fields >> timing.seconds >> timing.wallSeconds >> floor.seconds >> bytes)) {
+  if (!(fields >> timing.seconds >> timing.wallSeconds >> floor.seconds >> hashFloor.seconds >>
+        bytes)) {
     throw std::runtime_error("a case child printed '" + line + "'");
   }
   auto& c = result(name == kStartupFloor ? "startup" : name);
@@ -84,6 +86,10 @@ void SizeBenchmark::keep(std::string const& line) {
   }
   if (name != "startup" && floor.seconds < c.floorSeconds) {
     c.floorSeconds = floor.seconds;
+  }
+  if (name != "startup" && hashFloor.seconds > 0 &&
+      (!c.hashFloorSeconds || hashFloor.seconds < *c.hashFloorSeconds)) {
+    c.hashFloorSeconds = hashFloor.seconds;
   }
   if (bytes != 0) {
     c.answerBytes = bytes;

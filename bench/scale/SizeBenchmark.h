@@ -10,8 +10,8 @@
 namespace Bench {
 
 // Runs the cases of one size (program, startup, teardown, show; see CaseChild) against their
-// floors, each part in a fresh child process, and keeps the fastest run of each case and of
-// each floor over the repetitions. Throws std::runtime_error when a child fails.
+// floors and hash floors, each part in a fresh child process, and keeps the fastest run of each
+// case and of each floor over the repetitions. Throws std::runtime_error when a child fails.
 // Single-threaded.
 class SizeBenchmark {
  public:
