@@ -155,10 +155,9 @@ void showCase(Sim::AgentHarness& agent, PseudowireMix const& mix) {
   try {
     agent.chipModelIs(true);
   } catch (std::length_error const& e) {
-    std::printf(
-        "skipped show %s: the chip's in-LIF table holds fewer rows than the %zu decap "
-        "entries\n",
-        e.what(), agent.mplsDecapConfig->config().size());
+    std::printf("skipped show %s: %llu decap entries, the chip's in-LIF table has %llu rows\n",
+                e.what(), static_cast<unsigned long long>(mix.decapEntries()),
+                static_cast<unsigned long long>(PseudowireMix::kChipInLifRows));
     return;
   }
   auto const socket = agent.wrapper().agentSocketSm();
@@ -193,6 +192,14 @@ void programPart(PseudowireMix const& mix) {
   print("teardown", teardown, erase, hashErase);
 }
 
+void showPart(PseudowireMix const& mix) {
+  auto const agent = freshAgent();
+  agent->start();
+  mix.addAll(*agent);
+  checkProgrammed(*agent, mix);
+  showCase(*agent, mix);
+}
+
 void startupPart(PseudowireMix const& mix) {
   auto const agent = freshAgent();
   mix.addAll(*agent);
@@ -210,6 +217,8 @@ int runCaseChild(std::string const& part, std::uint32_t pseudowires, std::uint32
     programPart(mix);
   } else if (part == "startup") {
     startupPart(mix);
+  } else if (part == "show") {
+    showPart(mix);
   } else {
     throw std::invalid_argument("no case part '" + part + "'");
   }

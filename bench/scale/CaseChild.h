@@ -5,8 +5,8 @@
 
 namespace Bench {
 
-// The option that makes this program a case child, followed by the part ("program" or
-// "startup"), the pseudowires and the VLANs per pseudowire.
+// The option that makes this program a case child, followed by the part ("program", "startup"
+// or "show"), the pseudowires and the VLANs per pseudowire.
 inline constexpr char kCaseChildOption[] = "--case-child";
 
 // The measuring side of the scale cases, run in a fresh process (see runSelf) on the real agent
@@ -18,7 +18,9 @@ inline constexpr char kCaseChildOption[] = "--case-child";
 //              entries (not at sizes whose decap entries outnumber the in-LIF table's rows);
 //              teardown: every input deleted again by notifications, until every output is empty;
 //   "startup"  startup: the agent started over inputs already present, i.e. the wrapper's
-//              start-up and the state machine's start-up walk.
+//              start-up and the state machine's start-up walk;
+//   "show"     show alone, over the mix programmed by notifications untimed: for the size at the
+//              chip's capacity, whose other cases are not measured.
 // Floors, measured in the program part: program and startup, the same output entries written
 // into fresh entities (OutputFloor::write); teardown, erasing them (OutputFloor::erase); show,
 // the answer's bytes written into an in-memory file and read back, as the socket handler does

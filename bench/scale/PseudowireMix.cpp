@@ -58,6 +58,27 @@ std::uint32_t PseudowireMix::activePseudowires() const noexcept {
   return pseudowires_ - pseudowires_ / kPseudowiresPerInstance;
 }
 
+std::uint64_t PseudowireMix::decapEntries() const noexcept {
+  auto const active = activePseudowires();
+  return std::uint64_t{active} * vlans_ + (pseudowires_ - active);
+}
+
+std::uint32_t PseudowireMix::chipCapacityPseudowires(std::uint32_t vlans) {
+  // Decap entries grow with every pseudowire added, so the largest fitting count is found by
+  // bisection; one pseudowire of the allowed VLANs always fits.
+  std::uint32_t fits = 1;
+  std::uint32_t beyond = Netcore::IntfId::kMaxPseudowire + 1;
+  while (beyond - fits > 1) {
+    auto const middle = fits + (beyond - fits) / 2;
+    if (PseudowireMix(middle, vlans).decapEntriesFitChip()) {
+      fits = middle;
+    } else {
+      beyond = middle;
+    }
+  }
+  return fits;
+}
+
 Netcore::IntfId PseudowireMix::pwIntfId(std::uint32_t n) const {
   return Netcore::IntfId::pseudowire(n);
 }

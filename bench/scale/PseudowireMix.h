@@ -6,6 +6,7 @@
 #include "Bridging/VlanIdOrNone.h"
 #include "Fab/NexthopIndex.h"
 #include "Fab/VplsPwIntfInfo.h"
+#include "Hardware/AradIhpLifTable.h"
 #include "Netcore/IntfId.h"
 #include "Netcore/MplsLabel.h"
 #include "sim/AgentHarness.h"
@@ -28,6 +29,9 @@ namespace Bench {
 class PseudowireMix {
  public:
   static constexpr std::uint32_t kPseudowiresPerInstance = 16;
+  // Rows of the chip's in-LIF table, one per decap entry: the chip model hands out the indexes 1
+  // to the table's largest.
+  static constexpr std::uint64_t kChipInLifRows = Hardware::Marl::AradIhpLifTable::kMaxLifIndex;
 
   PseudowireMix(std::uint32_t pseudowires, std::uint32_t vlans);
 
@@ -36,6 +40,14 @@ class PseudowireMix {
   std::uint64_t entries() const noexcept { return std::uint64_t{pseudowires_} * vlans_; }
   // Pseudowires whose entries are per VLAN (all but the standby ones).
   std::uint32_t activePseudowires() const noexcept;
+  // The decap entries the chip holds for the mix, each in a row of its in-LIF table: one per
+  // active pseudowire and VLAN, and one per standby pseudowire, whose single entry belongs to no
+  // VLAN. A VLAN-aware pseudowire's VTT2 entry is a VLAN translation entry and takes no row.
+  std::uint64_t decapEntries() const noexcept;
+  bool decapEntriesFitChip() const noexcept { return decapEntries() <= kChipInLifRows; }
+  // The most pseudowires of `vlans` VLANs each whose decap entries fit the chip's in-LIF table
+  // (at most the 65535 interface names allow).
+  static std::uint32_t chipCapacityPseudowires(std::uint32_t vlans);
 
   // Pseudowire n, 1..pseudowires().
   Netcore::IntfId pwIntfId(std::uint32_t n) const;

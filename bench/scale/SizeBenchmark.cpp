@@ -3,6 +3,7 @@
 #include <limits>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
 
 #include "bench/scale/CaseChild.h"
 #include "bench/scale/SelfProcess.h"
@@ -16,9 +17,12 @@ constexpr char kStartupFloor[] = "startup-floor";
 
 }  // namespace
 
-SizeBenchmark::SizeBenchmark(PseudowireMix const& mix, int repetitions)
-    : mix_(mix), repetitionsLeft_(repetitions < 1 ? 1 : repetitions) {
+SizeBenchmark::SizeBenchmark(PseudowireMix const& mix, int repetitions, Cases cases)
+    : mix_(mix), cases_(cases), repetitionsLeft_(repetitions < 1 ? 1 : repetitions) {
   for (char const* name : {"program", "startup", "teardown", "show"}) {
+    if (cases_ == Cases::showOnly && std::string_view(name) != "show") {
+      continue;
+    }
     ScaleCase c;
     c.name = name;
     c.pseudowires = mix_.pseudowires();
@@ -31,8 +35,12 @@ SizeBenchmark::SizeBenchmark(PseudowireMix const& mix, int repetitions)
 }
 
 void SizeBenchmark::runRepetition() {
-  runPart("program");
-  runPart("startup");
+  if (cases_ == Cases::showOnly) {
+    runPart("show");
+  } else {
+    runPart("program");
+    runPart("startup");
+  }
   --repetitionsLeft_;
 }
 

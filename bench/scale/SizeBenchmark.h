@@ -11,11 +11,14 @@ namespace Bench {
 
 // Runs the cases of one size (program, startup, teardown, show; see CaseChild) against their
 // floors and hash floors, each part in a fresh child process, and keeps the fastest run of each
-// case and of each floor over the repetitions. Throws std::runtime_error when a child fails.
-// Single-threaded.
+// case and of each floor over the repetitions. A size may run the show case alone: the size at
+// the chip's capacity, measured for show where larger sizes cannot run it. Throws
+// std::runtime_error when a child fails. Single-threaded.
 class SizeBenchmark {
  public:
-  SizeBenchmark(PseudowireMix const& mix, int repetitions);
+  enum class Cases { all, showOnly };
+
+  SizeBenchmark(PseudowireMix const& mix, int repetitions, Cases cases = Cases::all);
 
   // Repetitions still to run.
   int repetitionsLeft() const noexcept { return repetitionsLeft_; }
@@ -33,6 +36,7 @@ class SizeBenchmark {
   ScaleCase& result(std::string const& name);
 
   PseudowireMix const mix_;
+  Cases cases_;
   int repetitionsLeft_;
   std::vector<ScaleCase> results_;
   std::optional<std::string> showSkipped_;
