@@ -95,9 +95,8 @@ std::string orientationText(Orientation orientation) {
 // range of the ordered keys, so that a status costs a lookup, not a walk of the table.
 template <class Coll, class Visit>
 void forEachOfPseudowire(Coll const& collection, Netcore::IntfId pw, Visit const& visit) {
-  auto const& members = collection.underlying();
-  for (auto it = members.lower_bound(Fab::VplsPwIntfVlanKey(pw, Bridging::VlanId(1)));
-       it != members.end() && it->first.pwIntfId() == pw; ++it) {
+  for (auto it = collection.lowerBound(Fab::VplsPwIntfVlanKey(pw, Bridging::VlanId(1)));
+       it != collection.end() && it->first.pwIntfId() == pw; ++it) {
     visit(it->first, it->second);
   }
 }

@@ -3,13 +3,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <utility>
 
 #include "Loom/MemberTree.h"
 #include "Loom/Publisher.h"
 #include "Loom/SafeIterator.h"
-#include "Loom/SlabNodeAllocator.h"
 
 namespace Loom {
 
@@ -23,6 +21,8 @@ namespace Loom {
 //
 // Iteration tolerates removal of the current member (see SafeIterator). Writing keys in
 // ascending order, and reading back a member just written, take no search (see MemberTree).
+// Members live in a B-tree and move when others are added or removed: a reference to a value
+// or a member holds until the collection's next insertion or removal.
 // Where a collection of key type `K` sends its notifications: the owner's publisher and the
 // member's handler, or nothing for a collection without reactors.
 template <class R, class K>
@@ -39,19 +39,16 @@ struct NotifyTarget<void, K> {
 
 template <class K, class V, class R = void>
 class Collection {
-  using Map = std::map<K, V, std::less<K>, SlabNodeAllocator<std::pair<K const, V>>>;
   struct KeyOfMember {
-    K const& operator()(typename Map::value_type const& member) const noexcept {
-      return member.first;
-    }
+    K const& operator()(std::pair<K, V> const& member) const noexcept { return member.first; }
   };
+  using Members = MemberTree<std::pair<K, V>, KeyOfMember>;
 
  public:
   using key_type = K;
   using mapped_type = V;
-  using value_type = typename Map::value_type;
-  using const_iterator =
-      SafeIterator<Collection, typename Map::const_iterator, K, value_type const&>;
+  using value_type = std::pair<K, V>;
+  using const_iterator = SafeIterator<typename Members::Tree, KeyOfMember>;
 
   Collection() requires std::is_void_v<R>
   = default;
@@ -64,13 +61,14 @@ class Collection {
   Collection(Collection const&) = delete;
   Collection& operator=(Collection const&) = delete;
 
+  // The value, valid until the collection next adds or removes a member.
   V const* find(K const& key) const {
-    auto const it = members_.find(key);
-    return it == members_.tree().end() ? nullptr : &it->second;
+    auto const* member = members_.find(key);
+    return member ? &member->second : nullptr;
   }
   V* findMutable(K const& key) {
-    auto const it = members_.find(key);
-    return it == members_.tree().end() ? nullptr : &it->second;
+    auto* member = members_.findMutable(key);
+    return member ? &member->second : nullptr;
   }
   V valueOr(K const& key, V const& fallback) const {
     auto const* v = find(key);
@@ -85,15 +83,9 @@ class Collection {
     notify(key);
   }
 
+  // The reactors get the key of the member taken out, which lives until they are done.
   bool erase(K const& key) {
-    auto const it = members_.find(key);
-    if (it == members_.tree().end()) {
-      return false;
-    }
-    // The member's storage stays until the reactors are done: `key` may refer into it.
-    ++removals_;
-    members_.remove(it, [&] { notify(key); });
-    return true;
+    return members_.remove(key, [this](K const& removed) { notify(removed); });
   }
 
   void clear() {
@@ -103,13 +95,12 @@ class Collection {
     }
   }
 
-  const_iterator begin() const { return const_iterator(this, members_.tree().begin()); }
-  const_iterator end() const { return const_iterator(this, members_.tree().end()); }
-
-  // For SafeIterator.
-  Map const& underlying() const noexcept { return members_.tree(); }
-  std::uint64_t removals() const noexcept { return removals_; }
-  static K const& keyOf(value_type const& element) { return element.first; }
+  const_iterator begin() const { return const_iterator(&members_.tree(), members_.tree().begin()); }
+  const_iterator end() const { return const_iterator(&members_.tree(), members_.tree().end()); }
+  // The first member whose key is not below `key`: iteration over a range of keys.
+  const_iterator lowerBound(K const& key) const {
+    return const_iterator(&members_.tree(), members_.tree().lowerBound(key));
+  }
 
  private:
   void notify(K const& key) {
@@ -118,8 +109,7 @@ class Collection {
     }
   }
 
-  MemberTree<Map, KeyOfMember> members_;
-  std::uint64_t removals_ = 0;
+  Members members_;
   [[no_unique_address]] typename NotifyTarget<R, K>::Publisher publisher_{};
   [[no_unique_address]] typename NotifyTarget<R, K>::Handler handler_{};
 };

@@ -2,28 +2,30 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <iterator>
+#include <functional>
 #include <utility>
+
+#include "Loom/BTree.h"
 
 namespace Loom {
 
-// The members of a Loom collection or set: a balanced tree in ascending key order, where a
-// member stays in place until it is removed. Three shortcuts keep large collections cheap to
-// write:
+// The members of a Loom collection or set: a B-tree in ascending key order (see BTree). Three
+// shortcuts keep large collections cheap to write:
 //   - a member whose key is above every present key (keys written in order, as a start-up walk
 //     or a bulk load does) goes in at the tree's end without a search;
 //   - the member last added or overwritten is remembered, so that reading it back right after
 //     the write (what the reactors of that write typically do) does not search the tree again;
 //   - while a removal is being notified, its key is known to be absent without a search,
 //     unless a member was added since.
-// Reads never change anything, so concurrent readers stay as safe as with the bare tree.
-// `Tree` is a std::map or std::set; `KeyOf` gives a member's key. Not thread-safe for writes.
-template <class Tree, class KeyOf>
+// Both remembered places are forgotten at the tree's next insertion or removal, which may move
+// members. Reads never change anything, so concurrent readers stay as safe as with the bare
+// tree. `Member` is a key-value pair or a key; `KeyOf` gives a member's key. Not thread-safe for
+// writes.
+template <class Member, class KeyOf>
 class MemberTree {
  public:
-  using Key = typename Tree::key_type;
-  using Iterator = typename Tree::iterator;
-  using ConstIterator = typename Tree::const_iterator;
+  using Tree = BTree<Member, KeyOf, std::less<>>;
+  using Key = typename Tree::Key;
 
   MemberTree() = default;
   MemberTree(MemberTree const&) = delete;
@@ -33,82 +35,94 @@ class MemberTree {
   std::size_t size() const noexcept { return tree_.size(); }
   bool empty() const noexcept { return tree_.empty(); }
 
-  ConstIterator find(Key const& key) const { return locate(*this, key); }
-  Iterator find(Key const& key) { return locate(*this, key); }
-  bool has(Key const& key) const { return find(key) != tree_.end(); }
+  Member const* find(Key const& key) const {
+    if (auto const* member = remembered(key)) {
+      return member;
+    }
+    if (knownAbsent(key)) {
+      return nullptr;
+    }
+    auto const at = tree_.find(key);
+    return at == tree_.end() ? nullptr : &*at;
+  }
+  // The tree hands out only const members; this one's owner may write its value.
+  Member* findMutable(Key const& key) {
+    return const_cast<Member*>(std::as_const(*this).find(key));
+  }
+  bool has(Key const& key) const { return find(key) != nullptr; }
 
   // Writes a set's member: adds it if absent, else only remembers it as the one last written.
   void put(Key const& key) {
-    if (auto const it = find(key); it != tree_.end()) {
-      written_ = it;
-    } else {
-      add(key);
+    Member* member = remembered(key);
+    if (!member) {
+      member = tree_.findOrInsert(key, key).first;
     }
+    remember(member);
   }
 
   // Writes a map's member: adds it, or overwrites the value of the present one.
   template <class Value>
   void put(Key const& key, Value&& value) {
-    if (auto const it = find(key); it != tree_.end()) {
-      it->second = std::forward<Value>(value);
-      written_ = it;
-    } else {
-      add(key, std::forward<Value>(value));
+    Member* member = remembered(key);
+    if (!member) {
+      // `value` is used only when the member is added, so it is still there to assign if not.
+      auto const [found, added] = tree_.findOrInsert(key, key, std::forward<Value>(value));
+      remember(found);
+      if (added) {
+        return;
+      }
+      member = found;
     }
+    member->second = std::forward<Value>(value);
   }
 
-  // Takes a member out of the tree, then runs `notify()`; the member's storage, and so its key,
-  // lives until `notify()` returns.
+  // Takes the member with `key` out of the tree, then runs `notify(key)` with the key of the
+  // member taken out, which lives until `notify` returns. False when the key is absent.
   template <class Notify>
-  void remove(ConstIterator member, Notify&& notify) {
-    if (member == ConstIterator(written_)) {
-      written_ = tree_.end();
+  bool remove(Key const& key, Notify&& notify) {
+    if (knownAbsent(key)) {
+      return false;
     }
-    Key const& key = KeyOf()(*member);
-    auto const node = tree_.extract(member);
+    auto const taken = tree_.take(key);
+    if (!taken) {
+      return false;
+    }
+    Key const& takenKey = KeyOf()(*taken);
     Removal const outer = removal_;
-    removal_ = Removal{&key, adds_};
-    notify();
+    removal_ = Removal{&takenKey, tree_.changes()};
+    notify(takenKey);
     removal_ = outer;
+    return true;
   }
 
  private:
-  // The key whose removal is being notified, and the adds counted when it was removed.
+  // The key whose removal is being notified, and the tree's changes right after it.
   struct Removal {
     Key const* key = nullptr;
-    std::uint64_t adds = 0;
+    std::uint64_t changes = 0;
   };
 
-  // Adds a member whose key is absent; a key above every present one goes in at the end.
-  template <class... Value>
-  void add(Key const& key, Value&&... value) {
-    ++adds_;
-    bool const last = tree_.empty() || tree_.key_comp()(KeyOf()(*std::prev(tree_.end())), key);
-    written_ = last ? tree_.emplace_hint(tree_.end(), key, std::forward<Value>(value)...)
-                    : tree_.emplace(key, std::forward<Value>(value)...).first;
+  static bool same(Key const& a, Key const& b) {
+    return !std::less<>()(a, b) && !std::less<>()(b, a);
   }
 
-  bool same(Key const& a, Key const& b) const {
-    auto const& less = tree_.key_comp();
-    return !less(a, b) && !less(b, a);
+  void remember(Member* member) {
+    written_ = member;
+    writtenChanges_ = tree_.changes();
+  }
+  Member* remembered(Key const& key) const {
+    bool const valid = written_ && writtenChanges_ == tree_.changes();
+    return valid && same(KeyOf()(*written_), key) ? written_ : nullptr;
   }
 
-  template <class Self>
-  static auto locate(Self& self, Key const& key) -> decltype(self.tree_.find(key)) {
-    if (self.written_ != self.tree_.end() && self.same(KeyOf()(*self.written_), key)) {
-      return self.written_;
-    }
-    auto const& removal = self.removal_;
-    if (removal.key && removal.adds == self.adds_ && self.same(*removal.key, key)) {
-      return self.tree_.end();
-    }
-    return self.tree_.find(key);
+  bool knownAbsent(Key const& key) const {
+    return removal_.key && removal_.changes == tree_.changes() && same(*removal_.key, key);
   }
 
   Tree tree_;
-  Iterator written_ = tree_.end();
+  Member* written_ = nullptr;
+  std::uint64_t writtenChanges_ = 0;
   Removal removal_;
-  std::uint64_t adds_ = 0;
 };
 
 }  // namespace Loom

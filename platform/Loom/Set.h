@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <set>
 
 #include "Loom/Collection.h"
 
@@ -15,12 +14,15 @@ namespace Loom {
 // read-backs take the shortcuts of MemberTree.
 template <class K, class R = void>
 class Set {
-  using Underlying = std::set<K, std::less<K>, SlabNodeAllocator<K>>;
+  struct KeyOfMember {
+    K const& operator()(K const& member) const noexcept { return member; }
+  };
+  using Members = MemberTree<K, KeyOfMember>;
 
  public:
   using key_type = K;
   using value_type = K;
-  using const_iterator = SafeIterator<Set, typename Underlying::const_iterator, K, K const&>;
+  using const_iterator = SafeIterator<typename Members::Tree, KeyOfMember>;
 
   Set() requires std::is_void_v<R>
   = default;
@@ -42,15 +44,9 @@ class Set {
     notify(key);
   }
 
+  // The reactors get the member taken out, which lives until they are done.
   bool erase(K const& key) {
-    auto const it = members_.find(key);
-    if (it == members_.tree().end()) {
-      return false;
-    }
-    // The member's storage stays until the reactors are done: `key` may refer into it.
-    ++removals_;
-    members_.remove(it, [&] { notify(key); });
-    return true;
+    return members_.remove(key, [this](K const& removed) { notify(removed); });
   }
 
   void clear() {
@@ -60,26 +56,17 @@ class Set {
     }
   }
 
-  const_iterator begin() const { return const_iterator(this, members_.tree().begin()); }
-  const_iterator end() const { return const_iterator(this, members_.tree().end()); }
-
-  Underlying const& underlying() const noexcept { return members_.tree(); }
-  std::uint64_t removals() const noexcept { return removals_; }
-  static K const& keyOf(K const& element) { return element; }
+  const_iterator begin() const { return const_iterator(&members_.tree(), members_.tree().begin()); }
+  const_iterator end() const { return const_iterator(&members_.tree(), members_.tree().end()); }
 
  private:
-  struct KeyOfMember {
-    K const& operator()(K const& member) const noexcept { return member; }
-  };
-
   void notify(K const& key) {
     if constexpr (!std::is_void_v<R>) {
       publisher_->notify(handler_, key);
     }
   }
 
-  MemberTree<Underlying, KeyOfMember> members_;
-  std::uint64_t removals_ = 0;
+  Members members_;
   [[no_unique_address]] typename NotifyTarget<R, K>::Publisher publisher_{};
   [[no_unique_address]] typename NotifyTarget<R, K>::Handler handler_{};
 };

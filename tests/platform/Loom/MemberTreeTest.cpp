@@ -26,9 +26,12 @@ struct Step {
 };
 
 // Key orders that take the different paths: always above every present key, always below,
-// reading back and removing the member just written, and random.
+// reading back and removing the member just written, and random; and, over thousands of
+// members so that the tree is several levels deep, filling and draining from either end, from
+// the middle, and at random (splits, merges and moves between siblings at every level).
 std::vector<std::pair<char const*, std::vector<Step>>> sequences() {
-  std::vector<Step> ascending, descending, readBack, shuffled;
+  std::vector<Step> ascending, descending, readBack, shuffled, drainFront, drainBack, drainMiddle,
+      churn;
   for (std::uint32_t k = 1; k <= 300; ++k) {
     ascending.push_back({Op::set, k, int(k)});
     descending.push_back({Op::set, 301 - k, int(k)});
@@ -45,10 +48,30 @@ std::vector<std::pair<char const*, std::vector<Step>>> sequences() {
     auto const op = static_cast<Op>(random() % 3);
     shuffled.push_back({op, std::uint32_t(random() % 200), int(random() % 1000)});
   }
+  constexpr std::uint32_t kMany = 5000;
+  for (std::uint32_t k = 0; k < kMany; ++k) {
+    for (auto* fill : {&drainFront, &drainBack, &drainMiddle}) {
+      fill->push_back({Op::set, k, int(k)});
+    }
+  }
+  for (std::uint32_t k = 0; k < kMany; ++k) {
+    drainFront.push_back({Op::erase, k});
+    drainBack.push_back({Op::erase, kMany - 1 - k});
+    drainMiddle.push_back({Op::erase, k % 2 ? kMany / 2 + k / 2 : kMany / 2 - 1 - k / 2});
+  }
+  for (int i = 0; i < 60000; ++i) {
+    // Mostly writes in the first half, mostly removals in the second.
+    bool const write = int(random() % 60000) > i - 10000;
+    churn.push_back({write ? Op::set : Op::erase, std::uint32_t(random() % 8000), i});
+  }
   return {{"ascending", ascending},
           {"descending", descending},
           {"read back and remove", readBack},
-          {"random", shuffled}};
+          {"random", shuffled},
+          {"drain from the front", drainFront},
+          {"drain from the back", drainBack},
+          {"drain from the middle", drainMiddle},
+          {"churn", churn}};
 }
 
 // Long keys live on the heap, so that a read of a removed member's key shows up under ASan.
@@ -70,7 +93,8 @@ TEST(LoomMemberTree, CollectionAnswersAsAnOrderedMapWould) {
         EXPECT_EQ(collection.erase(k), model.erase(k) == 1);
       }
       ASSERT_EQ(collection.has(k), model.contains(k));
-      EXPECT_EQ(collection.valueOr(k, -1), model.contains(k) ? model[k] : -1);
+      ASSERT_EQ(collection.valueOr(k, -1), model.contains(k) ? model[k] : -1);
+      ASSERT_EQ(collection.size(), model.size());
     }
     using Members = std::vector<std::pair<Loom::String, int>>;
     EXPECT_EQ(Members(collection.begin(), collection.end()), Members(model.begin(), model.end()));
@@ -90,6 +114,10 @@ TEST(LoomMemberTree, SetAnswersAsAnOrderedSetWould) {
         EXPECT_EQ(set.erase(step.key), model.erase(step.key) == 1);
       }
       ASSERT_EQ(set.has(step.key), model.contains(step.key));
+      if (&step - steps.data() == std::ptrdiff_t(steps.size() / 2)) {
+        ASSERT_EQ(std::vector<std::uint32_t>(set.begin(), set.end()),
+                  std::vector<std::uint32_t>(model.begin(), model.end()));
+      }
     }
     EXPECT_EQ(std::vector<std::uint32_t>(set.begin(), set.end()),
               std::vector<std::uint32_t>(model.begin(), model.end()));
