@@ -60,8 +60,8 @@ Loom::TypeData const& LifProfileOrientationAllocSm::type() {
 }
 
 std::uint32_t LifProfileOrientationAllocSm::slotOf(VlanAndVplsKey const& group) const {
-  auto const it =
-      groups_.find(Group{Domain{group.instanceName(), group.vlanId()}, group.groupName()});
+  auto const it = groups_.find(
+      Group{Domain{group.instanceNameHandle(), group.vlanId()}, group.groupNameHandle()});
   return it == groups_.end() ? 0 : it->second.slot;
 }
 
@@ -84,12 +84,12 @@ void LifProfileOrientationAllocSm::RequestReactor::onLpoRequest(
 
 LifProfileOrientationAllocSm::Domain LifProfileOrientationAllocSm::domainOf(
     LifProfileOrientationKey const& key) {
-  return Domain{key.instanceName(), key.vlanId()};
+  return Domain{key.vlanAndVplsKey().instanceNameHandle(), key.vlanId()};
 }
 
 LifProfileOrientationAllocSm::Group LifProfileOrientationAllocSm::groupOf(
     LifProfileOrientationKey const& key) {
-  return Group{domainOf(key), key.groupName()};
+  return Group{domainOf(key), key.vlanAndVplsKey().groupNameHandle()};
 }
 
 void LifProfileOrientationAllocSm::answer(LifProfileOrientationKey const& key) {

@@ -9,6 +9,7 @@
 #include "Hardware/LifProfileOrientationConfig.h"
 #include "Hardware/LifProfileOrientationKey.h"
 #include "Hardware/LifProfileOrientationStatus.h"
+#include "Loom/Name.h"
 #include "Loom/Node.h"
 #include "Loom/Ptr.h"
 #include "Loom/SlabNodeAllocator.h"
@@ -78,13 +79,13 @@ class LifProfileOrientationAllocSm : public Loom::Node {
   // allocator only looks them up, so they are hashed: there are as many groups as VLANs that
   // carry split-horizon groups, and every request looks its group up.
   struct Domain {
-    Loom::String instanceName;
+    Loom::Name instanceName;
     std::uint16_t vlanId = 0;
     bool operator==(Domain const&) const = default;
   };
   struct Group {
     Domain domain;
-    Loom::String groupName;
+    Loom::Name groupName;
     bool operator==(Group const&) const = default;
   };
   struct DomainHash {

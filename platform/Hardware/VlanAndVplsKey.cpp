@@ -6,11 +6,11 @@
 
 namespace Hardware::MarlTunnel {
 
-VlanAndVplsKey::VlanAndVplsKey(Loom::String instanceName, std::uint16_t vlanId,
-                               Loom::String groupName, bool splitHorizon)
-    : instanceName_(std::move(instanceName)),
+VlanAndVplsKey::VlanAndVplsKey(Loom::String const& instanceName, std::uint16_t vlanId,
+                               Loom::String const& groupName, bool splitHorizon)
+    : instanceName_(instanceName),
       vlanId_(Bridging::VlanIdOrNone(vlanId).value()),
-      groupName_(std::move(groupName)),
+      groupName_(groupName),
       splitHorizon_(splitHorizon) {}
 
 std::size_t VlanAndVplsKey::hash(std::size_t seed) const noexcept {
@@ -30,19 +30,19 @@ void VlanAndVplsKey::appendStrepOpen(std::string& out) const {
   char digits[8];
   auto const end = std::to_chars(digits, digits + sizeof digits, vlanId_).ptr;
   out += '(';
-  out += instanceName_.view();
+  out += instanceName_.str().view();
   out += ", ";
   out.append(digits, end);
   out += ", ";
-  out += groupName_.view();
+  out += groupName_.str().view();
   out += splitHorizon_ ? ", 1" : ", 0";
 }
 
 void VlanAndVplsKey::writeText(Loom::TextWriter& w) const {
   w.beginRecord(typeName);
-  w.field("instanceName", instanceName_)
+  w.field("instanceName", instanceName_.str())
       .field("vlanId", vlanId_)
-      .field("groupName", groupName_)
+      .field("groupName", groupName_.str())
       .field("splitHorizon", splitHorizon_);
   w.endRecord();
 }

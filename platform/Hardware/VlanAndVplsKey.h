@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "Loom/Name.h"
 #include "Loom/String.h"
 #include "Loom/TextForm.h"
 
@@ -19,12 +20,15 @@ class VlanAndVplsKey {
   static constexpr std::string_view typeName = "Hardware::MarlTunnel::VlanAndVplsKey";
 
   VlanAndVplsKey() = default;
-  VlanAndVplsKey(Loom::String instanceName, std::uint16_t vlanId, Loom::String groupName,
-                 bool splitHorizon);
+  VlanAndVplsKey(Loom::String const& instanceName, std::uint16_t vlanId,
+                 Loom::String const& groupName, bool splitHorizon);
 
-  Loom::String const& instanceName() const noexcept { return instanceName_; }
+  Loom::String const& instanceName() const noexcept { return instanceName_.str(); }
   std::uint16_t vlanId() const noexcept { return vlanId_; }
-  Loom::String const& groupName() const noexcept { return groupName_; }
+  Loom::String const& groupName() const noexcept { return groupName_.str(); }
+  // The same names as interned handles, for lookups that only need equality and a hash.
+  Loom::Name const& instanceNameHandle() const noexcept { return instanceName_; }
+  Loom::Name const& groupNameHandle() const noexcept { return groupName_; }
   bool splitHorizon() const noexcept { return splitHorizon_; }
 
   auto operator<=>(VlanAndVplsKey const&) const = default;
@@ -39,9 +43,10 @@ class VlanAndVplsKey {
   static VlanAndVplsKey readText(Loom::TextReader& r);
 
  private:
-  Loom::String instanceName_;
+  // Interned: hundreds of thousands of keys share a few thousand names.
+  Loom::Name instanceName_;
   std::uint16_t vlanId_ = 0;
-  Loom::String groupName_;
+  Loom::Name groupName_;
   bool splitHorizon_ = false;
 };
 
