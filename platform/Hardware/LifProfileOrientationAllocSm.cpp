@@ -92,14 +92,32 @@ LifProfileOrientationAllocSm::Group LifProfileOrientationAllocSm::groupOf(
   return Group{domainOf(key), key.vlanAndVplsKey().groupNameHandle()};
 }
 
+LifProfileAndOrientation LifProfileOrientationAllocSm::meshAnswer(std::uint32_t slot) {
+  return LifProfileAndOrientation(
+      Marl::Jericho2LifProfiles{kSpokeProfile + slot},
+      Orientation{static_cast<std::uint8_t>(slot + kFirstMeshOrientation)});
+}
+
+bool LifProfileOrientationAllocSm::answeredWith(LifProfileOrientationKey const& key,
+                                                std::uint32_t slot) const {
+  auto const* present = status_->lpoResponse().find(key);
+  return present && *present == meshAnswer(slot);
+}
+
+bool LifProfileOrientationAllocSm::unstray(LifProfileOrientationKey const& key) {
+  return !strays_.empty() && strays_.erase(key) > 0;
+}
+
 void LifProfileOrientationAllocSm::answer(LifProfileOrientationKey const& key) {
   if (!key.splitHorizon() || key.groupName().empty()) {
     status_->lpoResponseIs(key, LifProfileAndOrientation(Marl::Jericho2LifProfiles{kSpokeProfile},
                                                          Orientation::orientation0));
     return;
   }
+  bool const stray = unstray(key);
   auto const group = groupOf(key);
   auto it = groups_.find(group);
+  bool held = false;
   if (it == groups_.end()) {
     auto const slot = takeFreeSlot(domainOf(key));
     if (slot == 0) {
@@ -107,20 +125,30 @@ void LifProfileOrientationAllocSm::answer(LifProfileOrientationKey const& key) {
                                                            Orientation::orientationAllocFailed));
       return;
     }
-    it = groups_.emplace(group, GroupSlot{slot, {}}).first;
+    it = groups_.emplace(group, GroupSlot{slot, 0}).first;
+  } else {
+    // Requested again while answered: it holds the slot already.
+    held = !stray && answeredWith(key, it->second.slot);
   }
-  it->second.holders.insert(key);
-  auto const slot = it->second.slot;
-  status_->lpoResponseIs(key,
-                         LifProfileAndOrientation(
-                             Marl::Jericho2LifProfiles{kSpokeProfile + slot},
-                             Orientation{static_cast<std::uint8_t>(slot + kFirstMeshOrientation)}));
+  if (!held) {
+    ++it->second.holders;
+  }
+  status_->lpoResponseIs(key, meshAnswer(it->second.slot));
 }
 
 void LifProfileOrientationAllocSm::withdraw(LifProfileOrientationKey const& key) {
+  // The answer, read before it goes, tells whether the request held its group's slot.
+  auto const* present = status_->lpoResponse().find(key);
+  bool const wasAnswered = present != nullptr;
+  auto const answered = wasAnswered ? *present : LifProfileAndOrientation();
+  bool const stray = unstray(key);
   status_->lpoResponseDel(key);
+  if (stray || !wasAnswered) {
+    return;
+  }
   auto const it = groups_.find(groupOf(key));
-  if (it == groups_.end() || it->second.holders.erase(key) == 0 || !it->second.holders.empty()) {
+  if (it == groups_.end() || answered != meshAnswer(it->second.slot) ||
+      --it->second.holders != 0) {
     return;
   }
   auto const domain = it->first.domain;
@@ -135,6 +163,7 @@ void LifProfileOrientationAllocSm::withdraw(LifProfileOrientationKey const& key)
 void LifProfileOrientationAllocSm::takeSlotsBack() {
   groups_.clear();
   usedSlots_.clear();
+  strays_.clear();
   for (auto const& [key, answer] : status_->lpoResponse()) {
     std::uint32_t const orientation = toValue(answer.orientation());
     std::uint32_t const slot =
@@ -142,7 +171,11 @@ void LifProfileOrientationAllocSm::takeSlotsBack() {
     bool const mesh = key.splitHorizon() && !key.groupName().empty() && slot >= 1 &&
                       slot <= meshGroups_ &&
                       Marl::toValue(answer.inLifProfile()) == kSpokeProfile + slot;
-    if (!mesh || !config_ || !config_->lpoRequestHas(key)) {
+    if (!mesh) {
+      continue;
+    }
+    if (!config_ || !config_->lpoRequestHas(key)) {
+      strays_.insert(key);
       continue;
     }
     auto const group = groupOf(key);
@@ -151,14 +184,16 @@ void LifProfileOrientationAllocSm::takeSlotsBack() {
       SlotMask& used = usedSlots_[group.domain];
       SlotMask const bit = SlotMask{1} << (slot - 1);
       if ((used & bit) != 0) {
-        continue;  // claimed by another group of the domain
+        strays_.insert(key);  // claimed by another group of the domain
+        continue;
       }
       used |= bit;
-      it = groups_.emplace(group, GroupSlot{slot, {}}).first;
+      it = groups_.emplace(group, GroupSlot{slot, 0}).first;
     } else if (it->second.slot != slot) {
+      strays_.insert(key);
       continue;
     }
-    it->second.holders.insert(key);
+    ++it->second.holders;
   }
 }
 

@@ -12,7 +12,6 @@
 #include "Loom/Name.h"
 #include "Loom/Node.h"
 #include "Loom/Ptr.h"
-#include "Loom/SlabNodeAllocator.h"
 #include "Loom/String.h"
 #include "Loom/TypeData.h"
 
@@ -94,12 +93,12 @@ class LifProfileOrientationAllocSm : public Loom::Node {
   struct GroupHash {
     std::size_t operator()(Group const& g) const noexcept;
   };
+  // A group's slot and how many requests are answered with it. A request holds the slot exactly
+  // when its answer is the slot's answer, unless it is a stray (see takeSlotsBack), so the
+  // requests themselves need not be kept.
   struct GroupSlot {
     std::uint32_t slot = 0;
-    // Requests answered with the slot; as many as there are mesh requests, so from the slab.
-    std::unordered_set<LifProfileOrientationKey, std::hash<LifProfileOrientationKey>,
-                       std::equal_to<>, Loom::SlabNodeAllocator<LifProfileOrientationKey>>
-        holders;
+    std::uint32_t holders = 0;
   };
   // Bit s - 1 stands for slot s.
   using SlotMask = std::uint32_t;
@@ -109,6 +108,11 @@ class LifProfileOrientationAllocSm : public Loom::Node {
 
   void answer(LifProfileOrientationKey const& key);
   void withdraw(LifProfileOrientationKey const& key);
+  static LifProfileAndOrientation meshAnswer(std::uint32_t slot);
+  // Whether the request's present answer is `slot`'s answer: then it holds the slot.
+  bool answeredWith(LifProfileOrientationKey const& key, std::uint32_t slot) const;
+  // Takes the request off the strays; false when it was none.
+  bool unstray(LifProfileOrientationKey const& key);
   std::uint32_t takeFreeSlot(Domain const& domain);
 
   Loom::Ptr<LifProfileOrientationConfig const> config_;
@@ -117,6 +121,11 @@ class LifProfileOrientationAllocSm : public Loom::Node {
   std::uint32_t startupSyncDoneCalls_ = 0;
   std::unordered_map<Group, GroupSlot, GroupHash> groups_;
   std::unordered_map<Domain, SlotMask, DomainHash> usedSlots_;
+  // Requests found at start-up with a mesh answer they do not hold (their group holds another
+  // slot, or none, or their request is absent): their answer stays until they are requested
+  // again or withdrawn, and it must not count as holding. Empty unless the state found was
+  // inconsistent.
+  std::unordered_set<LifProfileOrientationKey> strays_;
   RequestReactor reactor_{*this};
 };
 
