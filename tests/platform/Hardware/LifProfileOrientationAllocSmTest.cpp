@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "Hardware/Jericho2LifProfiles.h"
 #include "Hardware/LifProfileOrientationAllocSm.h"
 #include "Hardware/Orientation.h"
 
@@ -57,7 +58,7 @@ TEST_F(AllocatorTest, AGroupKeepsItsSlotUntilItsLastAnsweredRequestGoes) {
 
 TEST_F(AllocatorTest, AFailedRequestHoldsNothingAndRetriesWhenAskedAgain) {
   for (std::uint32_t n = 1; n <= 3; ++n) {
-    config->lpoRequestIs(request("g" + std::to_string(n), n));
+    config->lpoRequestIs(request(std::string("g").append(std::to_string(n)), n));
   }
   config->lpoRequestIs(request("g4", 4));
   EXPECT_EQ(orientation(request("g4", 4)), Orientation::orientationAllocFailed);
@@ -72,6 +73,33 @@ TEST_F(AllocatorTest, AFailedRequestHoldsNothingAndRetriesWhenAskedAgain) {
   config->lpoRequestIs(request("g4", 4));
   EXPECT_EQ(slot("g4"), 2u);
   EXPECT_EQ(orientation(request("g4", 4)), Orientation::orientation5);
+}
+
+// State found at start-up where two groups of a domain claim slot 1 and an answer has no
+// request: only the first group's requested answer holds the slot, and the others count as
+// holding only once they are requested again.
+TEST_F(AllocatorTest, AtStartUpOnlyConsistentAnswersHoldTheirSlot) {
+  allocator = nullptr;
+  auto const slot1 =
+      LifProfileAndOrientation(Marl::Jericho2LifProfiles{11}, Orientation::orientation4);
+  config->lpoRequestIs(request("a", 1));
+  config->lpoRequestIs(request("b", 2));
+  for (auto pw : {1u, 9u}) {
+    status->lpoResponseIs(request("a", pw), slot1);
+  }
+  status->lpoResponseIs(request("b", 2), slot1);
+  allocator = LifProfileOrientationAllocSm::LifProfileOrientationAllocSmIs(config, status, 3);
+  allocator->takeSlotsBack();
+  EXPECT_EQ(slot("a"), 1u);
+  EXPECT_EQ(slot("b"), 0u);
+
+  config->lpoRequestDel(request("b", 2));  // held nothing
+  EXPECT_EQ(slot("a"), 1u);
+  config->lpoRequestIs(request("a", 9));  // now holds, beside a's first request
+  config->lpoRequestDel(request("a", 1));
+  EXPECT_EQ(slot("a"), 1u);
+  config->lpoRequestDel(request("a", 9));
+  EXPECT_EQ(slot("a"), 0u);
 }
 
 TEST_F(AllocatorTest, SpokesTakeNoSlot) {
