@@ -66,11 +66,11 @@ std::uint32_t LifProfileOrientationAllocSm::slotOf(VlanAndVplsKey const& group) 
 }
 
 std::size_t LifProfileOrientationAllocSm::DomainHash::operator()(Domain const& d) const noexcept {
-  return Loom::hashValue(d.vlanId, d.instanceName.hash());
+  return Loom::hashValue(d.vlanId, d.instanceName.identityHash());
 }
 
 std::size_t LifProfileOrientationAllocSm::GroupHash::operator()(Group const& g) const noexcept {
-  return g.groupName.hash(DomainHash()(g.domain));
+  return Loom::hashCombine(DomainHash()(g.domain), g.groupName.identityHash());
 }
 
 void LifProfileOrientationAllocSm::RequestReactor::onLpoRequest(
@@ -147,8 +147,7 @@ void LifProfileOrientationAllocSm::withdraw(LifProfileOrientationKey const& key)
     return;
   }
   auto const it = groups_.find(groupOf(key));
-  if (it == groups_.end() || answered != meshAnswer(it->second.slot) ||
-      --it->second.holders != 0) {
+  if (it == groups_.end() || answered != meshAnswer(it->second.slot) || --it->second.holders != 0) {
     return;
   }
   auto const domain = it->first.domain;

@@ -11,13 +11,6 @@
 
 namespace Loom {
 
-struct Name::Text {
-  String text;
-  std::size_t hash = 0;
-  // Handles referring to this text; changed under the pool's lock while several threads run.
-  std::uint64_t handles = 0;
-};
-
 namespace {
 
 // The interned texts by content. Outlives every static handle (it is never destroyed).
@@ -46,6 +39,14 @@ class PoolLock {
 
 String const kEmpty;
 
+std::uint64_t prefixOf(std::string_view text) {
+  std::uint64_t prefix = 0;
+  for (std::size_t i = 0; i < sizeof prefix; ++i) {
+    prefix = prefix << 8 | (i < text.size() ? static_cast<unsigned char>(text[i]) : 0u);
+  }
+  return prefix;
+}
+
 }  // namespace
 
 Name::Name(String const& text) {
@@ -58,7 +59,7 @@ Name::Name(String const& text) {
   if (found != texts.end()) {
     text_ = found->second;
   } else {
-    text_ = new Text{text, std::hash<std::string_view>{}(text.view()), 0};
+    text_ = new Text{text, std::hash<std::string_view>{}(text.view()), prefixOf(text.view()), 0};
     texts.emplace(text_->text.view(), text_);
   }
   ++text_->handles;
@@ -72,23 +73,17 @@ std::size_t Name::hash(std::size_t seed) const noexcept {
   return text_ ? hashCombine(seed, text_->hash) : kEmpty.hash(seed);
 }
 
-void Name::retain() const noexcept {
-  if (text_) {
-    PoolLock const lock;
-    ++text_->handles;
-  }
+void Name::retainLocked() const noexcept {
+  PoolLock const lock;
+  ++text_->handles;
 }
 
-void Name::release() noexcept {
-  if (!text_) {
-    return;
-  }
+void Name::releaseLocked() noexcept {
   PoolLock const lock;
   if (--text_->handles == 0) {
     pool().texts.erase(text_->text.view());
     delete text_;
   }
-  text_ = nullptr;
 }
 
 std::size_t Name::interned() {
