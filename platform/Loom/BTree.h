@@ -24,11 +24,11 @@ namespace Loom {
 // is valid until the next insertion or removal (`changes()` counts them), and is found again by
 // key after that. Nodes come from the slab of their node type (SlabNodeAllocator).
 //
-// Invariants: every leaf but the root holds at least a third of its capacity, and every inner
-// node but the root at least a third of its children; keys in the subtree left of an inner
-// node's key i are below it and keys right of it are not; leaves are linked in key order. An
-// empty tree holds no node. `Member` is the stored type, `KeyOf` gives its key, `Less` orders
-// keys. Not thread-safe for writes; concurrent reads are safe.
+// Invariants: keys in the subtree left of an inner node's key i are below it and keys right of
+// it are not; every leaf is at the same depth, and leaves are linked in key order; no node but
+// the root is empty, and a removal that leaves a node below a third of its capacity has it
+// borrow from or merge with a sibling. An empty tree holds no node. `Member` is the stored type,
+// `KeyOf` gives its key, `Less` orders keys. Not thread-safe for writes; concurrent reads are safe.
 template <class Member, class KeyOf, class Less>
 class BTree {
   struct Inner;
@@ -41,8 +41,9 @@ class BTree {
                 "members move between leaves and must not throw doing so");
 
   // Capacities: nodes of about 512 bytes, so that a level costs a few cache lines, with at
-  // least 6 slots so that splits and merges have room.
-  static constexpr std::size_t kLeafSlots = std::clamp<std::size_t>(512 / sizeof(Member), 6, 64);
+  // least 6 slots so that splits and merges have room; at most 32 members to a leaf, so that
+  // the many small collections (a handful of members each) stay small.
+  static constexpr std::size_t kLeafSlots = std::clamp<std::size_t>(512 / sizeof(Member), 6, 32);
   static constexpr std::size_t kInnerKeys =
       std::clamp<std::size_t>(512 / (sizeof(Key) + sizeof(void*)), 6, 64);
 
@@ -360,38 +361,41 @@ class BTree {
     return static_cast<Leaf*>(node);
   }
 
-  // A full leaf gets a right sibling. Appending at the tree's end leaves the full leaf as it is
-  // and starts the sibling, so that keys written in order fill their leaves; otherwise the
-  // members are halved.
+  // A full leaf gets a right sibling, split where the new member goes: it ends the leaf and
+  // the members above it start the sibling (or, after the leaf's last member, it starts the
+  // sibling alone). Keys are mostly written as runs in ascending order
+  // (at the tree's end, or at the end of a range such as one split-horizon group), and the next
+  // key of the run then lands at the leaf's end again, so that runs fill their leaves instead of
+  // leaving every leaf they pass half empty.
   template <class... Args>
   Member& splitLeafAndInsert(Path& path, Leaf& leaf, std::size_t index, Args&&... args) {
-    bool const atEnd = &leaf == last_ && index == leaf.count;
-    std::size_t const split = atEnd ? kLeafSlots : kLeafSlots / 2;
+    bool const atEnd = index == leaf.count;
+    std::size_t const split = index;
     auto* right = newLeaf();
     right->takeFrom(leaf, split, leaf.count - split);
     right->prev = &leaf;
     right->next = leaf.next;
     (leaf.next ? leaf.next->prev : last_) = right;
     leaf.next = right;
-    Member& member = index < split || (index == split && !atEnd)
-                         ? leaf.emplace(index, std::forward<Args>(args)...)
-                         : right->emplace(index - split, std::forward<Args>(args)...);
-    insertIntoParent(path, &leaf, KeyOf()(right->slot(0)), right, atEnd);
+    Member& member = atEnd ? right->emplace(0, std::forward<Args>(args)...)
+                           : leaf.emplace(index, std::forward<Args>(args)...);
+    insertIntoParent(path, &leaf, KeyOf()(right->slot(0)), right);
     return member;
   }
 
   // After `left` split off `right` at `separator`: the separator and `right` go into the parent,
   // splitting it in turn when full, up to a new root.
-  void insertIntoParent(Path& path, void* left, Key separator, void* right, bool appending) {
+  void insertIntoParent(Path& path, void* left, Key separator, void* right) {
     while (path.depth > 0) {
       auto const [parent, child] = path.steps[--path.depth];
       if (parent->count < kInnerKeys) {
         parent->insert(child, std::move(separator), right);
         return;
       }
-      // Split the full parent first, then insert into the half that holds the child. Appending
-      // at the tree's end, the left half keeps all but its last key.
-      std::size_t const mid = appending ? kInnerKeys - 1 : kInnerKeys / 2;
+      // Split the full parent first, where the new key goes (as for leaves), then insert into
+      // the half that holds the child; each half keeps at least one key.
+      std::size_t const mid =
+          child == parent->count ? kInnerKeys - 1 : std::min(child, kInnerKeys - 2);
       auto* sibling = newInner();
       for (std::size_t j = mid + 1; j < parent->count; ++j) {
         std::construct_at(sibling->raw(j - mid - 1), std::move(parent->key(j)));
