@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "Loom/SlabNodeAllocator.h"
+#include "Loom/Threading.h"
 
 namespace Loom {
 
@@ -28,7 +29,8 @@ namespace Loom {
 // it are not; every leaf is at the same depth, and leaves are linked in key order; no node but
 // the root is empty, and a removal that leaves a node below a third of its capacity has it
 // borrow from or merge with a sibling. An empty tree holds no node. `Member` is the stored type,
-// `KeyOf` gives its key, `Less` orders keys. Not thread-safe for writes; concurrent reads are safe.
+// `KeyOf` gives its key, `Less` orders keys. Not thread-safe for writes; concurrent reads are safe
+// (a read remembers where it ended only while the framework runs one thread).
 template <class Member, class KeyOf, class Less>
 class BTree {
   struct Inner;
@@ -97,8 +99,11 @@ class BTree {
   Member const* last() const { return last_ ? &last_->slot(last_->count - 1) : nullptr; }
 
   const_iterator find(Key const& key) const {
-    auto const at = lowerBound(key);
-    return at != end() && !less(key, KeyOf()(*at)) ? at : end();
+    if (!root_) {
+      return end();
+    }
+    auto const spot = search(key);
+    return spot.found ? const_iterator(spot.leaf, spot.index) : end();
   }
   const_iterator lowerBound(Key const& key) const {
     return bound(key, [](Key const& k, Key const& member) { return !Less()(member, k); });
@@ -119,6 +124,16 @@ class BTree {
       root_ = first_ = last_ = leaf;
       return {&leaf->emplace(0, std::forward<Args>(args)...), true};
     }
+    if (auto const spot = recentSpot(key)) {
+      if (spot->found) {
+        return {&spot->leaf->slot(spot->index), false};
+      }
+      if (spot->leaf->count < kLeafSlots) {
+        ++changes_;
+        ++size_;
+        return {&spot->leaf->emplace(spot->index, std::forward<Args>(args)...), true};
+      }
+    }
     Path path;
     bool const append = less(KeyOf()(*last()), key);
     Leaf* leaf = append ? rightmostLeaf(path) : descend(key, path);
@@ -138,6 +153,20 @@ class BTree {
   std::optional<Member> take(Key const& key) {
     if (!root_) {
       return std::nullopt;
+    }
+    if (auto const spot = recentSpot(key)) {
+      if (!spot->found) {
+        return std::nullopt;
+      }
+      // A leaf that stays above its minimum needs nothing else: no path to the root.
+      Leaf* leaf = spot->leaf;
+      if (leaf->count > kMinLeafSlots && (leaf->count > 1 || height_ > 0)) {
+        ++changes_;
+        --size_;
+        std::optional<Member> taken(std::move(leaf->slot(spot->index)));
+        leaf->erase(spot->index);
+        return taken;
+      }
     }
     Path path;
     Leaf* leaf = descend(key, path);
@@ -310,6 +339,52 @@ class BTree {
   };
 
   static bool less(Key const& a, Key const& b) { return Less()(a, b); }
+
+  // Where a search for a key ended: the leaf the descent reached and the lower bound there.
+  struct Spot {
+    Leaf* leaf = nullptr;
+    std::size_t index = 0;
+    bool found = false;
+  };
+
+  // Descends to the key's leaf. Remembers the spot while the framework runs one thread, so that
+  // a write or removal of the same key right after the read (has-then-delete, read-then-write)
+  // does not search again; readers on several threads leave it alone.
+  Spot search(Key const& key) const {
+    void* node = root_;
+    for (std::size_t level = height_; level > 0; --level) {
+      auto* inner = static_cast<Inner*>(node);
+      node = inner->children[inner->childFor(key)];
+    }
+    auto* leaf = static_cast<Leaf*>(node);
+    std::size_t const index = leaf->lowerBound(key);
+    Spot const spot{leaf, index, index < leaf->count && !less(key, KeyOf()(leaf->slot(index)))};
+    if (!Threading::multiThreaded()) {
+      recent_ = spot;
+      recentChanges_ = changes_;
+    }
+    return spot;
+  }
+
+  // The remembered spot if it is `key`'s: nothing changed since, and the key is the member
+  // there, or lies strictly between two members of that leaf (so that a descent would end in
+  // the same leaf at the same place).
+  std::optional<Spot> recentSpot(Key const& key) const {
+    if (!recent_.leaf || recentChanges_ != changes_ || Threading::multiThreaded()) {
+      return std::nullopt;
+    }
+    Spot const spot = recent_;
+    Leaf& leaf = *spot.leaf;
+    if (spot.found) {
+      bool const same =
+          !less(key, KeyOf()(leaf.slot(spot.index))) && !less(KeyOf()(leaf.slot(spot.index)), key);
+      return same ? std::optional(spot) : std::nullopt;
+    }
+    bool const inside = spot.index > 0 && spot.index < leaf.count &&
+                        less(KeyOf()(leaf.slot(spot.index - 1)), key) &&
+                        less(key, KeyOf()(leaf.slot(spot.index)));
+    return inside ? std::optional(spot) : std::nullopt;
+  }
 
   template <class Before>
   const_iterator bound(Key const& key, Before before) const {
@@ -538,6 +613,9 @@ class BTree {
   Leaf* last_ = nullptr;
   std::size_t size_ = 0;
   std::uint64_t changes_ = 0;
+  // The last search's spot and the changes when it was made (see search()).
+  mutable Spot recent_;
+  mutable std::uint64_t recentChanges_ = 0;
 };
 
 }  // namespace Loom

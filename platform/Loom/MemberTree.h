@@ -18,9 +18,9 @@ namespace Loom {
 //   - while a removal is being notified, its key is known to be absent without a search,
 //     unless a member was added since.
 // Both remembered places are forgotten at the tree's next insertion or removal, which may move
-// members. Reads never change anything, so concurrent readers stay as safe as with the bare
-// tree. `Member` is a key-value pair or a key; `KeyOf` gives a member's key. Not thread-safe for
-// writes.
+// members. The tree itself remembers where its last search ended, so that a removal or write
+// of a key just read takes no second search (see BTree). `Member` is a key-value pair or a key;
+// `KeyOf` gives a member's key. Not thread-safe for writes.
 template <class Member, class KeyOf>
 class MemberTree {
  public:

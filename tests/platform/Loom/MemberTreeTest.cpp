@@ -86,6 +86,8 @@ TEST(LoomMemberTree, CollectionAnswersAsAnOrderedMapWould) {
     std::map<Loom::String, int> model;
     for (auto const& step : steps) {
       auto const k = key(step.key);
+      // Read first, as handlers do before they write or remove the same key.
+      ASSERT_EQ(collection.has(k), model.contains(k));
       if (step.op == Op::set) {
         collection.set(k, step.value);
         model[k] = step.value;
