@@ -6,6 +6,7 @@
 
 #include "Hardware/Jericho2LifProfiles.h"
 #include "Hardware/MplsDecapInfoKey.h"
+#include "Loom/BoundedString.h"
 #include "Loom/String.h"
 #include "Loom/TextForm.h"
 

@@ -56,33 +56,6 @@ inline std::ostream& operator<<(std::ostream& os, String const& s) {
   return os << s.str();
 }
 
-// A string attribute with a maximum length in bytes; longer text is refused with the
-// framework's fixed range text.
-template <std::size_t MaxLength>
-class BoundedString {
- public:
-  static constexpr std::size_t maxLength() noexcept { return MaxLength; }
-
-  BoundedString() = default;
-  BoundedString(String text) : value_(std::move(text)) {
-    if (value_.size() > MaxLength) {
-      throw RangeError("Cog::String::bytes > maxLength() not allowed");
-    }
-  }
-  BoundedString(char const* text) : BoundedString(String(text)) {}
-
-  String const& value() const noexcept { return value_; }
-  std::string const& str() const noexcept { return value_.str(); }
-  bool empty() const noexcept { return value_.empty(); }
-
-  auto operator<=>(BoundedString const&) const = default;
-  bool operator==(BoundedString const&) const = default;
-  std::size_t hash(std::size_t seed = 0) const noexcept { return value_.hash(seed); }
-
- private:
-  String value_;
-};
-
 }  // namespace Loom
 
 template <>

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <type_traits>
 
+#include "Loom/BoundedString.h"
 #include "Loom/Errors.h"
 #include "Loom/RangeError.h"
 #include "Loom/String.h"
