@@ -102,7 +102,9 @@ class BTree {
     if (!root_) {
       return end();
     }
-    auto const spot = search(key);
+    // Handlers read the same key several times in a row.
+    auto const recent = recentSpot(key);
+    auto const spot = recent ? *recent : search(key);
     return spot.found ? const_iterator(spot.leaf, spot.index) : end();
   }
   const_iterator lowerBound(Key const& key) const {
