@@ -43,9 +43,9 @@ class BTree {
                 "members move between leaves and must not throw doing so");
 
   // Capacities: nodes of about 512 bytes, so that a level costs a few cache lines, with at
-  // least 6 slots so that splits and merges have room; at most 32 members to a leaf, so that
+  // least 6 slots so that splits and merges have room; at most 16 members to a leaf, so that
   // the many small collections (a handful of members each) stay small.
-  static constexpr std::size_t kLeafSlots = std::clamp<std::size_t>(512 / sizeof(Member), 6, 32);
+  static constexpr std::size_t kLeafSlots = std::clamp<std::size_t>(512 / sizeof(Member), 6, 16);
   static constexpr std::size_t kInnerKeys =
       std::clamp<std::size_t>(512 / (sizeof(Key) + sizeof(void*)), 6, 64);
 

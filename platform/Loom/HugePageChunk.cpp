@@ -8,7 +8,7 @@
 
 namespace Loom {
 
-HugePageChunk::HugePageChunk() {
+HugePageChunk::HugePageChunk(bool huge) {
   // Map twice the size, then give back what lies outside the aligned middle.
   void* const mapped =
       ::mmap(nullptr, 2 * kBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
@@ -25,7 +25,9 @@ HugePageChunk::HugePageChunk() {
   }
   base_ = reinterpret_cast<std::byte*>(aligned);
   // Only advice: without transparent huge pages the chunk stays in small pages.
-  ::madvise(base_, kBytes, MADV_HUGEPAGE);
+  if (huge) {
+    ::madvise(base_, kBytes, MADV_HUGEPAGE);
+  }
 }
 
 HugePageChunk::~HugePageChunk() {

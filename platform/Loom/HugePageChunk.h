@@ -12,8 +12,9 @@ class HugePageChunk {
  public:
   static constexpr std::size_t kBytes = std::size_t{2} << 20;
 
-  // Maps a chunk; throws std::bad_alloc when the system has no memory for it.
-  HugePageChunk();
+  // Maps a chunk, advised for a huge page when `huge`, else left to small pages that are backed
+  // as they are touched; throws std::bad_alloc when the system has no memory for it.
+  explicit HugePageChunk(bool huge = true);
   ~HugePageChunk();
   HugePageChunk(HugePageChunk&& other) noexcept;
   HugePageChunk& operator=(HugePageChunk&& other) noexcept;

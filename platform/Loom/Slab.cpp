@@ -92,7 +92,9 @@ void SlabAllocator::addChunk() {
   // Huge-page chunks are aligned to their size, and so to any object's alignment.
   if (nextChunkBytes_ > kLastSmallChunkBytes && slotSize_ <= HugePageChunk::kBytes &&
       alignment_ <= HugePageChunk::kBytes) {
-    hugeChunks_.emplace_back();
+    // A huge page is resident as a whole once touched: only a type already this large is
+    // sure to fill the ones it takes.
+    hugeChunks_.emplace_back(hugeChunks_.size() >= kSmallPageHugeChunks);
     unused_ = hugeChunks_.back().base();
     unusedEnd_ = unused_ + HugePageChunk::kBytes;
     return;

@@ -68,6 +68,8 @@ class SlabAllocator {
   // Up to here chunks come from the heap in small pages; then come huge-page chunks. A type
   // that grows this far holds at most one huge page it has not filled yet.
   static constexpr std::size_t kLastSmallChunkBytes = std::size_t{256} << 10;
+  // The first 2 MiB chunks of a type stay in small pages; from this many on, huge pages.
+  static constexpr std::size_t kSmallPageHugeChunks = 4;
 
   void addChunk();
 
