@@ -20,8 +20,7 @@ Loom::TypeData const& AradIhpLifTable::type() {
 }
 
 AradIhpLifEntry AradIhpLifTable::lifEntry(std::uint32_t lifIndex) const {
-  auto const it = rows_.find(lifIndex);
-  return it == rows_.end() ? AradIhpLifEntry{} : it->second;
+  return rows_.valueOr(lifIndex, AradIhpLifEntry{});
 }
 
 void AradIhpLifTable::lifEntryIs(std::uint32_t lifIndex, AradIhpLifEntry const& entry) {
@@ -29,7 +28,7 @@ void AradIhpLifTable::lifEntryIs(std::uint32_t lifIndex, AradIhpLifEntry const& 
     throw std::out_of_range("AradIhpLifTable: LIF index " + std::to_string(lifIndex) +
                             " above 0x1ffff");
   }
-  rows_[lifIndex] = entry;
+  rows_.set(lifIndex, entry);
 }
 
 void AradIhpLifTable::lifEntryDel(std::uint32_t lifIndex) {

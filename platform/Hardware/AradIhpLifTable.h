@@ -2,9 +2,9 @@
 
 #include <array>
 #include <cstdint>
-#include <map>
 #include <string_view>
 
+#include "Loom/Collection.h"
 #include "Loom/Node.h"
 #include "Loom/Ptr.h"
 #include "Loom/TypeData.h"
@@ -82,10 +82,10 @@ class AradIhpLifTable : public Loom::Node {
   AradIhpLifEntry lifEntry(std::uint32_t lifIndex) const;
   void lifEntryIs(std::uint32_t lifIndex, AradIhpLifEntry const& entry);
   void lifEntryDel(std::uint32_t lifIndex);
-  std::map<std::uint32_t, AradIhpLifEntry> const& lifEntries() const noexcept { return rows_; }
+  auto const& lifEntries() const noexcept { return rows_; }
 
  private:
-  std::map<std::uint32_t, AradIhpLifEntry> rows_;
+  Loom::Collection<std::uint32_t, AradIhpLifEntry> rows_;
 };
 
 }  // namespace Hardware::Marl
