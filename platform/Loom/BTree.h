@@ -33,9 +33,6 @@ namespace Loom {
 // (a read remembers where it ended only while the framework runs one thread).
 template <class Member, class KeyOf, class Less>
 class BTree {
-  struct Inner;
-  struct Leaf;
-
  public:
   using Key = std::remove_cvref_t<decltype(KeyOf()(std::declval<Member const&>()))>;
 
@@ -49,6 +46,112 @@ class BTree {
   static constexpr std::size_t kInnerKeys =
       std::clamp<std::size_t>(512 / (sizeof(Key) + sizeof(void*)), 6, 64);
 
+ private:
+  // Up to `N` values of `T` packed from index 0; `count` of them are alive.
+  template <class T, std::size_t N>
+  struct Packed {
+    std::size_t count = 0;
+    alignas(T) std::byte storage[N * sizeof(T)];
+
+    T& at(std::size_t i) { return *std::launder(reinterpret_cast<T*>(storage) + i); }
+    T* raw(std::size_t i) { return reinterpret_cast<T*>(storage) + i; }
+
+    // Moves the value at `from` into the free place `to`.
+    static void relocate(T* to, T* from) noexcept {
+      std::construct_at(to, std::move(*from));
+      std::destroy_at(from);
+    }
+    // Moves the values from `i` on `n` places up, into free places; the count stays.
+    void moveUp(std::size_t i, std::size_t n) {
+      for (std::size_t j = count; j > i; --j) {
+        relocate(raw(j - 1 + n), raw(j - 1));
+      }
+    }
+    // Moves the values from `i` on `n` places down, into free places; the count stays.
+    void moveDown(std::size_t i, std::size_t n) {
+      for (std::size_t j = i; j < count; ++j) {
+        relocate(raw(j - n), raw(j));
+      }
+    }
+    // Moves `n` values from `from`'s index `at` to the end of these, closing `from`'s gap.
+    void takeFrom(Packed& from, std::size_t at, std::size_t n) {
+      for (std::size_t j = 0; j < n; ++j) {
+        relocate(raw(count + j), from.raw(at + j));
+      }
+      count += n;
+      from.moveDown(at + n, n);
+      from.count -= n;
+    }
+    // The first index whose value `after` says is past the searched place (false, then true).
+    template <class After>
+    std::size_t firstWhere(After after) {
+      std::size_t lo = 0;
+      std::size_t hi = count;
+      while (lo < hi) {
+        std::size_t const mid = (lo + hi) / 2;
+        if (after(at(mid))) {
+          hi = mid;
+        } else {
+          lo = mid + 1;
+        }
+      }
+      return lo;
+    }
+    ~Packed() { std::destroy_n(raw(0), count); }
+  };
+
+  struct Leaf : Packed<Member, kLeafSlots> {
+    Leaf* next = nullptr;
+
+    std::size_t lowerBound(Key const& key) {
+      return this->firstWhere([&](Member const& m) { return !less(KeyOf()(m), key); });
+    }
+    // Opens slot `i` and builds the new member there.
+    template <class... Args>
+    Member& emplace(std::size_t i, Args&&... args) {
+      this->moveUp(i, 1);
+      ++this->count;
+      return *std::construct_at(this->raw(i), std::forward<Args>(args)...);
+    }
+    // Destroys slot `i` and closes the gap.
+    void erase(std::size_t i) {
+      std::destroy_at(this->raw(i));
+      this->moveDown(i + 1, 1);
+      --this->count;
+    }
+  };
+
+  // Keys, and one child more: child i holds the keys below key i and not below key i - 1.
+  struct Inner : Packed<Key, kInnerKeys> {
+    std::array<void*, kInnerKeys + 1> children{};
+
+    // The child to descend into for `key`: the number of keys not above it.
+    std::size_t childFor(Key const& key) {
+      return this->firstWhere([&](Key const& k) { return less(key, k); });
+    }
+    // Puts `key` at index `i`, and `child` right of it, or left of it when `childLeft`.
+    void insert(std::size_t i, Key key, void* child, bool childLeft = false) {
+      this->moveUp(i, 1);
+      std::construct_at(this->raw(i), std::move(key));
+      std::size_t const c = childLeft ? i : i + 1;
+      std::copy_backward(children.begin() + c, children.begin() + this->count + 1,
+                         children.begin() + this->count + 2);
+      children[c] = child;
+      ++this->count;
+    }
+    // Takes out key `i` and the child right of it, or left of it when `childLeft`.
+    std::pair<Key, void*> remove(std::size_t i, bool childLeft = false) {
+      std::size_t const c = childLeft ? i : i + 1;
+      std::pair<Key, void*> removed(std::move(this->at(i)), children[c]);
+      std::destroy_at(this->raw(i));
+      this->moveDown(i + 1, 1);
+      std::copy(children.begin() + c + 1, children.begin() + this->count + 1, children.begin() + c);
+      --this->count;
+      return removed;
+    }
+  };
+
+ public:
   // A member's place: its leaf and its index there; the end has no leaf.
   class const_iterator {
    public:
@@ -59,8 +162,8 @@ class BTree {
     using pointer = Member const*;
 
     const_iterator() = default;
-    Member const& operator*() const { return leaf_->slot(index_); }
-    Member const* operator->() const { return &leaf_->slot(index_); }
+    Member const& operator*() const { return leaf_->at(index_); }
+    Member const* operator->() const { return &leaf_->at(index_); }
     const_iterator& operator++() {
       if (++index_ == leaf_->count) {
         leaf_ = leaf_->next;
@@ -95,23 +198,22 @@ class BTree {
 
   const_iterator begin() const { return first_ ? const_iterator(first_, 0) : end(); }
   const_iterator end() const { return {}; }
-  // The member with the highest key, or null when empty.
-  Member const* last() const { return last_ ? &last_->slot(last_->count - 1) : nullptr; }
 
+  // Handlers read the same key several times in a row, and read back what they just wrote:
+  // the place of the last search or write answers without a descent.
   const_iterator find(Key const& key) const {
     if (!root_) {
       return end();
     }
-    // Handlers read the same key several times in a row.
     auto const recent = recentSpot(key);
     auto const spot = recent ? *recent : search(key);
     return spot.found ? const_iterator(spot.leaf, spot.index) : end();
   }
   const_iterator lowerBound(Key const& key) const {
-    return bound(key, [](Key const& k, Key const& member) { return !Less()(member, k); });
+    return bound([&](Key const& member) { return !less(member, key); });
   }
   const_iterator upperBound(Key const& key) const {
-    return bound(key, [](Key const& k, Key const& member) { return Less()(k, member); });
+    return bound([&](Key const& member) { return less(key, member); });
   }
 
   // The member with `key`, or else a new one built from `args` (which are then used, and only
@@ -119,36 +221,35 @@ class BTree {
   // without comparisons on the way down.
   template <class... Args>
   std::pair<Member*, bool> findOrInsert(Key const& key, Args&&... args) {
+    auto const recent = root_ ? recentSpot(key) : std::nullopt;
+    if (recent && recent->found) {
+      return {&recent->leaf->at(recent->index), false};
+    }
+    Spot spot;
     if (!root_) {
-      ++changes_;
-      ++size_;
-      auto* leaf = newLeaf();
-      root_ = first_ = last_ = leaf;
-      return {&leaf->emplace(0, std::forward<Args>(args)...), true};
-    }
-    if (auto const spot = recentSpot(key)) {
-      if (spot->found) {
-        return {&spot->leaf->slot(spot->index), false};
+      root_ = first_ = last_ = newLeaf();
+      spot = Spot{first_, 0, true};
+      first_->emplace(0, std::forward<Args>(args)...);
+    } else if (recent && recent->leaf->count < kLeafSlots) {
+      spot = Spot{recent->leaf, recent->index, true};
+      spot.leaf->emplace(spot.index, std::forward<Args>(args)...);
+    } else {
+      Path path;
+      bool const append = less(KeyOf()(last_->at(last_->count - 1)), key);
+      Leaf* leaf = append ? rightmostLeaf(path) : descend(key, &path);
+      std::size_t const index = append ? leaf->count : leaf->lowerBound(key);
+      if (!append && index < leaf->count && !less(key, KeyOf()(leaf->at(index)))) {
+        remember(Spot{leaf, index, true});
+        return {&leaf->at(index), false};
       }
-      if (spot->leaf->count < kLeafSlots) {
-        ++changes_;
-        ++size_;
-        return {&spot->leaf->emplace(spot->index, std::forward<Args>(args)...), true};
-      }
-    }
-    Path path;
-    bool const append = less(KeyOf()(*last()), key);
-    Leaf* leaf = append ? rightmostLeaf(path) : descend(key, path);
-    std::size_t const index = append ? leaf->count : leaf->lowerBound(key);
-    if (!append && index < leaf->count && !less(key, KeyOf()(leaf->slot(index)))) {
-      return {&leaf->slot(index), false};
+      spot = leaf->count < kLeafSlots
+                 ? (leaf->emplace(index, std::forward<Args>(args)...), Spot{leaf, index, true})
+                 : splitLeafAndInsert(path, *leaf, index, std::forward<Args>(args)...);
     }
     ++changes_;
     ++size_;
-    if (leaf->count < kLeafSlots) {
-      return {&leaf->emplace(index, std::forward<Args>(args)...), true};
-    }
-    return {&splitLeafAndInsert(path, *leaf, index, std::forward<Args>(args)...), true};
+    remember(spot);
+    return {&spot.leaf->at(spot.index), true};
   }
 
   // Takes the member with `key` out of the tree and returns it, or nothing when absent.
@@ -156,30 +257,21 @@ class BTree {
     if (!root_) {
       return std::nullopt;
     }
-    if (auto const spot = recentSpot(key)) {
-      if (!spot->found) {
-        return std::nullopt;
-      }
-      // A leaf that stays above its minimum needs nothing else: no path to the root.
-      Leaf* leaf = spot->leaf;
-      if (leaf->count > kMinLeafSlots && (leaf->count > 1 || height_ > 0)) {
-        ++changes_;
-        --size_;
-        std::optional<Member> taken(std::move(leaf->slot(spot->index)));
-        leaf->erase(spot->index);
-        return taken;
-      }
-    }
-    Path path;
-    Leaf* leaf = descend(key, path);
-    std::size_t const index = leaf->lowerBound(key);
-    if (index == leaf->count || less(key, KeyOf()(leaf->slot(index)))) {
+    auto const recent = recentSpot(key);
+    if (recent && !recent->found) {
       return std::nullopt;
     }
-    ++changes_;
-    --size_;
-    std::optional<Member> taken(std::move(leaf->slot(index)));
-    leaf->erase(index);
+    // A leaf that stays above its minimum needs nothing else: no path to the root.
+    if (recent && recent->leaf->count > kMinLeafSlots && (recent->leaf->count > 1 || height_ > 0)) {
+      return takeAt(*recent->leaf, recent->index);
+    }
+    Path path;
+    Leaf* leaf = descend(key, &path);
+    std::size_t const index = leaf->lowerBound(key);
+    if (index == leaf->count || less(key, KeyOf()(leaf->at(index)))) {
+      return std::nullopt;
+    }
+    auto taken = takeAt(*leaf, index);
     rebalanceAfterErase(path, *leaf);
     return taken;
   }
@@ -189,145 +281,6 @@ class BTree {
   static constexpr std::size_t kMaxHeight = 48;
   static constexpr std::size_t kMinLeafSlots = kLeafSlots / 3;
   static constexpr std::size_t kMinInnerKeys = kInnerKeys / 3;
-
-  struct Leaf {
-    std::size_t count = 0;
-    Leaf* prev = nullptr;
-    Leaf* next = nullptr;
-    alignas(Member) std::byte storage[kLeafSlots * sizeof(Member)];
-
-    Member& slot(std::size_t i) { return *std::launder(reinterpret_cast<Member*>(storage) + i); }
-    Member* raw(std::size_t i) { return reinterpret_cast<Member*>(storage) + i; }
-
-    std::size_t lowerBound(Key const& key) {
-      std::size_t lo = 0;
-      std::size_t hi = count;
-      while (lo < hi) {
-        std::size_t const mid = (lo + hi) / 2;
-        if (less(KeyOf()(slot(mid)), key)) {
-          lo = mid + 1;
-        } else {
-          hi = mid;
-        }
-      }
-      return lo;
-    }
-    // Opens slot `i` by moving the members from it one up, and builds the new member there.
-    template <class... Args>
-    Member& emplace(std::size_t i, Args&&... args) {
-      shiftUp(i);
-      ++count;
-      return *std::construct_at(raw(i), std::forward<Args>(args)...);
-    }
-    // Moves the members from slot `i` on `n` slots up; the count stays.
-    void shiftUp(std::size_t i, std::size_t n = 1) {
-      for (std::size_t j = count; j > i; --j) {
-        std::construct_at(raw(j - 1 + n), std::move(slot(j - 1)));
-        std::destroy_at(raw(j - 1));
-      }
-    }
-    // Destroys slot `i` and closes the gap.
-    void erase(std::size_t i) {
-      std::destroy_at(raw(i));
-      for (std::size_t j = i + 1; j < count; ++j) {
-        std::construct_at(raw(j - 1), std::move(slot(j)));
-        std::destroy_at(raw(j));
-      }
-      --count;
-    }
-    // Moves `n` members from `from`'s slot `at` to the end of this leaf, closing `from`'s gap.
-    void takeFrom(Leaf& from, std::size_t at, std::size_t n) {
-      for (std::size_t j = 0; j < n; ++j) {
-        std::construct_at(raw(count + j), std::move(from.slot(at + j)));
-        std::destroy_at(from.raw(at + j));
-      }
-      count += n;
-      for (std::size_t j = at + n; j < from.count; ++j) {
-        std::construct_at(from.raw(j - n), std::move(from.slot(j)));
-        std::destroy_at(from.raw(j));
-      }
-      from.count -= n;
-    }
-    ~Leaf() { std::destroy_n(raw(0), count); }
-  };
-
-  struct Inner {
-    std::size_t count = 0;  // keys; children are one more
-    std::array<void*, kInnerKeys + 1> children{};
-    alignas(Key) std::byte storage[kInnerKeys * sizeof(Key)];
-
-    Key& key(std::size_t i) { return *std::launder(reinterpret_cast<Key*>(storage) + i); }
-    Key* raw(std::size_t i) { return reinterpret_cast<Key*>(storage) + i; }
-
-    // The child to descend into for `key`: the number of keys not above it.
-    std::size_t childFor(Key const& k) {
-      std::size_t lo = 0;
-      std::size_t hi = count;
-      while (lo < hi) {
-        std::size_t const mid = (lo + hi) / 2;
-        if (less(k, key(mid))) {
-          hi = mid;
-        } else {
-          lo = mid + 1;
-        }
-      }
-      return lo;
-    }
-    // Puts `k` at key index `i` and `child` right of it.
-    void insert(std::size_t i, Key k, void* child) {
-      for (std::size_t j = count; j > i; --j) {
-        std::construct_at(raw(j), std::move(key(j - 1)));
-        std::destroy_at(raw(j - 1));
-        children[j + 1] = children[j];
-      }
-      std::construct_at(raw(i), std::move(k));
-      children[i + 1] = child;
-      ++count;
-    }
-    void pushBack(Key k, void* child) { insert(count, std::move(k), child); }
-    // Puts `k` and `child` before the first key and child.
-    void pushFront(Key k, void* child) {
-      for (std::size_t j = count; j > 0; --j) {
-        std::construct_at(raw(j), std::move(key(j - 1)));
-        std::destroy_at(raw(j - 1));
-      }
-      std::copy_backward(children.begin(), children.begin() + count + 1,
-                         children.begin() + count + 2);
-      std::construct_at(raw(0), std::move(k));
-      children[0] = child;
-      ++count;
-    }
-    // Takes out the last key and the last child.
-    std::pair<Key, void*> popBack() {
-      std::pair<Key, void*> last(std::move(key(count - 1)), children[count]);
-      std::destroy_at(raw(count - 1));
-      --count;
-      return last;
-    }
-    // Takes out the first key and the first child.
-    std::pair<Key, void*> popFront() {
-      std::pair<Key, void*> first(std::move(key(0)), children[0]);
-      std::destroy_at(raw(0));
-      for (std::size_t j = 1; j < count; ++j) {
-        std::construct_at(raw(j - 1), std::move(key(j)));
-        std::destroy_at(raw(j));
-      }
-      std::copy(children.begin() + 1, children.begin() + count + 1, children.begin());
-      --count;
-      return first;
-    }
-    // Removes key `i` and the child right of it.
-    void erase(std::size_t i) {
-      std::destroy_at(raw(i));
-      for (std::size_t j = i + 1; j < count; ++j) {
-        std::construct_at(raw(j - 1), std::move(key(j)));
-        std::destroy_at(raw(j));
-        children[j] = children[j + 1];
-      }
-      --count;
-    }
-    ~Inner() { std::destroy_n(raw(0), count); }
-  };
 
   // The inner nodes on the way from the root to a leaf, with the child taken at each.
   struct Step {
@@ -340,35 +293,34 @@ class BTree {
     void push(Inner* node, std::size_t child) { steps[depth++] = Step{node, child}; }
   };
 
-  static bool less(Key const& a, Key const& b) { return Less()(a, b); }
-
-  // Where a search for a key ended: the leaf the descent reached and the lower bound there.
+  // A member's place, or where a key would go: the leaf a descent reaches and the lower bound
+  // there.
   struct Spot {
     Leaf* leaf = nullptr;
     std::size_t index = 0;
     bool found = false;
   };
 
-  // Descends to the key's leaf. Remembers the spot while the framework runs one thread, so that
-  // a write or removal of the same key right after the read (has-then-delete, read-then-write)
-  // does not search again; readers on several threads leave it alone.
-  Spot search(Key const& key) const {
-    void* node = root_;
-    for (std::size_t level = height_; level > 0; --level) {
-      auto* inner = static_cast<Inner*>(node);
-      node = inner->children[inner->childFor(key)];
-    }
-    auto* leaf = static_cast<Leaf*>(node);
-    std::size_t const index = leaf->lowerBound(key);
-    Spot const spot{leaf, index, index < leaf->count && !less(key, KeyOf()(leaf->slot(index)))};
+  static bool less(Key const& a, Key const& b) { return Less()(a, b); }
+
+  // Remembers a place while the framework runs one thread, so that a read, write or removal of
+  // the same key right after does not descend again; readers on several threads leave it alone.
+  void remember(Spot spot) const {
     if (!Threading::multiThreaded()) {
       recent_ = spot;
       recentChanges_ = changes_;
     }
+  }
+
+  Spot search(Key const& key) const {
+    Leaf* leaf = descend(key);
+    std::size_t const index = leaf->lowerBound(key);
+    Spot const spot{leaf, index, index < leaf->count && !less(key, KeyOf()(leaf->at(index)))};
+    remember(spot);
     return spot;
   }
 
-  // The remembered spot if it is `key`'s: nothing changed since, and the key is the member
+  // The remembered place if it is `key`'s: nothing changed since, and the key is the member
   // there, or lies strictly between two members of that leaf (so that a descent would end in
   // the same leaf at the same place).
   std::optional<Spot> recentSpot(Key const& key) const {
@@ -378,51 +330,48 @@ class BTree {
     Spot const spot = recent_;
     Leaf& leaf = *spot.leaf;
     if (spot.found) {
-      bool const same =
-          !less(key, KeyOf()(leaf.slot(spot.index))) && !less(KeyOf()(leaf.slot(spot.index)), key);
+      Key const& there = KeyOf()(leaf.at(spot.index));
+      bool const same = !less(key, there) && !less(there, key);
       return same ? std::optional(spot) : std::nullopt;
     }
     bool const inside = spot.index > 0 && spot.index < leaf.count &&
-                        less(KeyOf()(leaf.slot(spot.index - 1)), key) &&
-                        less(key, KeyOf()(leaf.slot(spot.index)));
+                        less(KeyOf()(leaf.at(spot.index - 1)), key) &&
+                        less(key, KeyOf()(leaf.at(spot.index)));
     return inside ? std::optional(spot) : std::nullopt;
   }
 
-  template <class Before>
-  const_iterator bound(Key const& key, Before before) const {
+  // The first member that `after` says is at or past the bound.
+  template <class After>
+  const_iterator bound(After after) const {
     if (!root_) {
       return end();
     }
+    // Every member that `after` rejects sorts before every one it takes, and separators copy
+    // members' keys, so the descent follows the same test.
     void* node = root_;
     for (std::size_t level = height_; level > 0; --level) {
       auto* inner = static_cast<Inner*>(node);
-      node = inner->children[inner->childFor(key)];
+      node = inner->children[inner->firstWhere([&](Key const& k) { return after(k); })];
     }
     auto* leaf = static_cast<Leaf*>(node);
-    std::size_t lo = 0;
-    std::size_t hi = leaf->count;
-    while (lo < hi) {
-      std::size_t const mid = (lo + hi) / 2;
-      if (before(key, KeyOf()(leaf->slot(mid)))) {
-        hi = mid;
-      } else {
-        lo = mid + 1;
-      }
-    }
-    // Members equal to a separator start the right subtree, so the bound is in this leaf or is
-    // the first member of the next one.
-    if (lo == leaf->count) {
+    std::size_t const index =
+        leaf->firstWhere([&](Member const& member) { return after(KeyOf()(member)); });
+    // The bound is in this leaf or is the first member of the next one.
+    if (index == leaf->count) {
       return leaf->next ? const_iterator(leaf->next, 0) : end();
     }
-    return const_iterator(leaf, lo);
+    return const_iterator(leaf, index);
   }
 
-  Leaf* descend(Key const& key, Path& path) const {
+  // Descends to `key`'s leaf, recording the way when asked.
+  Leaf* descend(Key const& key, Path* path = nullptr) const {
     void* node = root_;
     for (std::size_t level = height_; level > 0; --level) {
       auto* inner = static_cast<Inner*>(node);
       std::size_t const child = inner->childFor(key);
-      path.push(inner, child);
+      if (path) {
+        path->push(inner, child);
+      }
       node = inner->children[child];
     }
     return static_cast<Leaf*>(node);
@@ -438,26 +387,34 @@ class BTree {
     return static_cast<Leaf*>(node);
   }
 
+  std::optional<Member> takeAt(Leaf& leaf, std::size_t index) {
+    ++changes_;
+    --size_;
+    std::optional<Member> taken(std::move(leaf.at(index)));
+    leaf.erase(index);
+    return taken;
+  }
+
   // A full leaf gets a right sibling, split where the new member goes: it ends the leaf and
   // the members above it start the sibling (or, after the leaf's last member, it starts the
-  // sibling alone). Keys are mostly written as runs in ascending order
-  // (at the tree's end, or at the end of a range such as one split-horizon group), and the next
-  // key of the run then lands at the leaf's end again, so that runs fill their leaves instead of
-  // leaving every leaf they pass half empty.
+  // sibling alone). Keys are mostly written as runs in ascending order (at the tree's end, or
+  // at the end of a range such as one split-horizon group), and the next key of the run then
+  // lands at the leaf's end again, so that runs fill their leaves instead of leaving every leaf
+  // they pass half empty. Returns the new member's place.
   template <class... Args>
-  Member& splitLeafAndInsert(Path& path, Leaf& leaf, std::size_t index, Args&&... args) {
+  Spot splitLeafAndInsert(Path& path, Leaf& leaf, std::size_t index, Args&&... args) {
     bool const atEnd = index == leaf.count;
-    std::size_t const split = index;
     auto* right = newLeaf();
-    right->takeFrom(leaf, split, leaf.count - split);
-    right->prev = &leaf;
+    right->takeFrom(leaf, index, leaf.count - index);
     right->next = leaf.next;
-    (leaf.next ? leaf.next->prev : last_) = right;
+    if (!leaf.next) {
+      last_ = right;
+    }
     leaf.next = right;
-    Member& member = atEnd ? right->emplace(0, std::forward<Args>(args)...)
-                           : leaf.emplace(index, std::forward<Args>(args)...);
-    insertIntoParent(path, &leaf, KeyOf()(right->slot(0)), right);
-    return member;
+    Spot const spot = atEnd ? Spot{right, 0, true} : Spot{&leaf, index, true};
+    spot.leaf->emplace(spot.index, std::forward<Args>(args)...);
+    insertIntoParent(path, &leaf, KeyOf()(right->at(0)), right);
+    return spot;
   }
 
   // After `left` split off `right` at `separator`: the separator and `right` go into the parent,
@@ -474,15 +431,10 @@ class BTree {
       std::size_t const mid =
           child == parent->count ? kInnerKeys - 1 : std::min(child, kInnerKeys - 2);
       auto* sibling = newInner();
-      for (std::size_t j = mid + 1; j < parent->count; ++j) {
-        std::construct_at(sibling->raw(j - mid - 1), std::move(parent->key(j)));
-        std::destroy_at(parent->raw(j));
-      }
-      for (std::size_t j = mid + 1; j <= parent->count; ++j) {
-        sibling->children[j - mid - 1] = parent->children[j];
-      }
-      sibling->count = parent->count - mid - 1;
-      Key up = std::move(parent->key(mid));
+      std::copy(parent->children.begin() + mid + 1, parent->children.begin() + parent->count + 1,
+                sibling->children.begin());
+      sibling->takeFrom(*parent, mid + 1, parent->count - mid - 1);
+      Key up = std::move(parent->at(mid));
       std::destroy_at(parent->raw(mid));
       parent->count = mid;
       if (child <= mid) {
@@ -522,26 +474,27 @@ class BTree {
     if (left->count + right->count <= kLeafSlots) {
       left->takeFrom(*right, 0, right->count);
       left->next = right->next;
-      (right->next ? right->next->prev : last_) = left;
+      if (!right->next) {
+        last_ = left;
+      }
       freeLeaf(right);
-      parent->erase(leftIndex);
+      parent->remove(leftIndex);
       rebalanceInner(path, path.depth - 1);
       return;
     }
     // Even out the two, then the separator is the right one's first key.
     if (left->count > right->count) {
       std::size_t const n = (left->count - right->count) / 2;
-      right->shiftUp(0, n);
+      right->moveUp(0, n);
       for (std::size_t j = 0; j < n; ++j) {
-        std::construct_at(right->raw(j), std::move(left->slot(left->count - n + j)));
-        std::destroy_at(left->raw(left->count - n + j));
+        Leaf::relocate(right->raw(j), left->raw(left->count - n + j));
       }
       left->count -= n;
       right->count += n;
     } else {
       left->takeFrom(*right, 0, (right->count - left->count) / 2);
     }
-    parent->key(leftIndex) = KeyOf()(right->slot(0));
+    parent->at(leftIndex) = KeyOf()(right->at(0));
   }
 
   // The inner node at `path.steps[level]` lost a key: the same as for a leaf, one level up,
@@ -564,22 +517,22 @@ class BTree {
     auto* left = static_cast<Inner*>(parent->children[leftIndex]);
     auto* right = static_cast<Inner*>(parent->children[leftIndex + 1]);
     if (left->count + right->count + 1 <= kInnerKeys) {
-      left->pushBack(std::move(parent->key(leftIndex)), right->children[0]);
-      for (std::size_t j = 0; j < right->count; ++j) {
-        left->pushBack(std::move(right->key(j)), right->children[j + 1]);
-      }
+      std::copy(right->children.begin(), right->children.begin() + right->count + 1,
+                left->children.begin() + left->count + 1);
+      std::construct_at(left->raw(left->count++), std::move(parent->at(leftIndex)));
+      left->takeFrom(*right, 0, right->count);
       freeInner(right);
-      parent->erase(leftIndex);
+      parent->remove(leftIndex);
       rebalanceInner(path, level - 1);
       return;
     }
     while (left->count > right->count + 1) {
-      auto [key, lastChild] = left->popBack();
-      right->pushFront(std::exchange(parent->key(leftIndex), std::move(key)), lastChild);
+      auto [key, lastChild] = left->remove(left->count - 1);
+      right->insert(0, std::exchange(parent->at(leftIndex), std::move(key)), lastChild, true);
     }
     while (right->count > left->count + 1) {
-      auto [key, firstChild] = right->popFront();
-      left->pushBack(std::exchange(parent->key(leftIndex), std::move(key)), firstChild);
+      auto [key, firstChild] = right->remove(0, true);
+      left->insert(left->count, std::exchange(parent->at(leftIndex), std::move(key)), firstChild);
     }
   }
 
@@ -615,7 +568,7 @@ class BTree {
   Leaf* last_ = nullptr;
   std::size_t size_ = 0;
   std::uint64_t changes_ = 0;
-  // The last search's spot and the changes when it was made (see search()).
+  // The last place searched or written and the changes when it was (see remember()).
   mutable Spot recent_;
   mutable std::uint64_t recentChanges_ = 0;
 };
