@@ -5,12 +5,12 @@
 #include <map>
 #include <string_view>
 
-#include "sim/CommandLine.h"
+#include "host/UsageError.h"
 
 namespace VplsAgent {
 namespace {
 
-using Sim::UsageError;
+using Host::UsageError;
 
 long long integer(std::string const& option, std::string const& text, long long min,
                   long long max) {

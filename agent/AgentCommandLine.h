@@ -35,7 +35,7 @@ struct AgentCommandLine {
 // The usage text, several lines ending in a newline.
 std::string agentUsage();
 
-// Parses the arguments after the program name; Sim::UsageError names what is wrong.
+// Parses the arguments after the program name; Host::UsageError names what is wrong.
 AgentCommandLine parseAgentCommandLine(std::vector<std::string> const& args);
 
 }  // namespace VplsAgent

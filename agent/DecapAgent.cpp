@@ -4,8 +4,6 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 
-#include "Orb/AgentSocketHandlerSm.h"
-
 namespace VplsAgent {
 namespace {
 
@@ -48,24 +46,21 @@ DecapAgent::DecapAgent(AgentCommandLine config, std::optional<Credentials> crede
       scheduler_(Orb::TaskSchedulerRoot::TaskSchedulerRootIs()),
       backoff_(kFirstBackoff) {
   Orb::TaskSchedulerRoot::rootIs(scheduler_.get());
-  if (config_.socketDir) {
-    Orb::AgentSocketHandlerSm::socketDirIs(*config_.socketDir);
-  }
   if (config_.record) {
     recorder_ = std::make_unique<Recorder>(*config_.record);
   }
-  previousSink_ =
-      Cog::logSinkIs([this](Cog::LogMessage const& message, std::vector<std::string> const& args,
+}
+
+void DecapAgent::logMessage(Cog::LogMessage const& message, std::vector<std::string> const& args,
                             std::string const& formatted) {
-        std::cerr << message.identifier << ": " << formatted << "\n";
-        if (logs_.size() >= kMaxQueuedLogs) {
-          logs_.pop_front();
-          ++logsDropped_;
-        }
-        logs_.emplace_back(
-            std::string(message.identifier),
-            nlohmann::json(args).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
-      });
+  std::cerr << message.identifier << ": " << formatted << "\n";
+  if (logs_.size() >= kMaxQueuedLogs) {
+    logs_.pop_front();
+    ++logsDropped_;
+  }
+  logs_.emplace_back(
+      std::string(message.identifier),
+      nlohmann::json(args).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
 }
 
 DecapAgent::~DecapAgent() {
@@ -73,7 +68,6 @@ DecapAgent::~DecapAgent() {
   harness_.reset();
   commands_.reset();
   notifications_.reset();
-  Cog::logSinkIs(std::move(previousSink_));
   Orb::TaskSchedulerRoot::rootIs(nullptr);
 }
 

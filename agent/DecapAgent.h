@@ -18,8 +18,8 @@
 #include "agent/StateSnapshot.h"
 #include "dblink/RedisConnection.h"
 #include "dblink/WriteBatch.h"
-#include "sim/AgentHarness.h"
-#include "sim/Scenario.h"
+#include "host/AgentHarness.h"
+#include "host/InputChange.h"
 
 namespace VplsAgent {
 
@@ -54,7 +54,7 @@ struct NotificationBatch {
 //                 first time it then starts the wrapper over what it found, later it applies
 //                 what changed while it was away; either way it writes only the differences;
 //   running       each batch of notifications re-reads its keys, applies them to the inputs
-//                 as the scenario runner does, and writes the outputs that changed in one
+//                 as every host of the library does, and writes the outputs that changed in one
 //                 transaction, with the barrier's token after them.
 // A lost connection goes back to connecting; the show command answers from memory meanwhile.
 //
@@ -98,7 +98,7 @@ class DecapAgent {
   void onSnapshot(StateSnapshot&& found);
   void startWrapper(StateSnapshot const& found);
   void catchUp(StateSnapshot const& found);
-  std::vector<Sim::Op> decodeInputs(StateSnapshot const& found);
+  std::vector<Host::InputChange> decodeInputs(StateSnapshot const& found);
   // Writes what differs between memory and what was found; returns the number of keys.
   std::size_t writeDifferences(StateSnapshot& found);
 
@@ -108,7 +108,7 @@ class DecapAgent {
   void onRead(std::size_t read, DbLink::RedisReply&& reply);
   void applyBatch(Batch& batch);
   void applyKey(std::string const& key, DbLink::Fields const* fields, std::string const& error);
-  void apply(std::string const& key, Sim::Op const& op);
+  void apply(std::string const& key, Host::InputChange const& change);
   void libraryError(std::string const& key, std::string const& what);
 
   // Writes.
@@ -122,6 +122,9 @@ class DecapAgent {
   void resendLogs();
 
   void say(std::string const& line) const;
+  // The library's structured log messages: to stderr, and queued for the log stream.
+  void logMessage(Cog::LogMessage const& message, std::vector<std::string> const& args,
+                  std::string const& formatted);
 
   AgentCommandLine const config_;
   std::optional<Credentials> const credentials_;
@@ -139,7 +142,7 @@ class DecapAgent {
   std::string connectionNote_;
 
   // The agent, from the first synchronisation on.
-  std::unique_ptr<Sim::AgentHarness> harness_;
+  std::unique_ptr<Host::AgentHarness> harness_;
   std::unique_ptr<OutputTracker> tracker_;
   std::unique_ptr<Recorder> recorder_;
 
@@ -167,7 +170,6 @@ class DecapAgent {
   std::uint64_t logsDropped_ = 0;
   // The log entries of each transaction sent and not yet answered, oldest first.
   std::deque<std::vector<std::pair<std::string, std::string>>> logsSent_;
-  Cog::LogSink previousSink_;
 };
 
 }  // namespace VplsAgent

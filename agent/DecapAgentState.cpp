@@ -12,7 +12,7 @@
 #include "agent/DecapAgent.h"
 #include "dblink/InputRows.h"
 #include "dblink/OutputRows.h"
-#include "sim/InputOps.h"
+#include "host/InputWriter.h"
 
 namespace VplsAgent {
 namespace {
@@ -98,17 +98,17 @@ void DecapAgent::onSnapshot(StateSnapshot&& found) {
   scheduleBatch();
 }
 
-std::vector<Sim::Op> DecapAgent::decodeInputs(StateSnapshot const& found) {
-  std::vector<Sim::Op> ops;
+std::vector<Host::InputChange> DecapAgent::decodeInputs(StateSnapshot const& found) {
+  std::vector<Host::InputChange> ops;
   auto const take = [&](std::string const& key, DbLink::InputDecoding&& decoding) {
     if (!decoding.problem.empty()) {
       say("bad input: " + decoding.problem);
     }
-    if (key == DbLink::kDecapConfig && decoding.ops.size() == 2) {
-      heldStartupSyncDone_ = decoding.ops[0].flag;
-      heldRestartDone_ = decoding.ops[1].flag;
+    if (key == DbLink::kDecapConfig && decoding.changes.size() == 2) {
+      heldStartupSyncDone_ = decoding.changes[0].flag;
+      heldRestartDone_ = decoding.changes[1].flag;
     }
-    for (auto& op : decoding.ops) {
+    for (auto& op : decoding.changes) {
       ops.push_back(std::move(op));
     }
   };
@@ -135,21 +135,26 @@ std::vector<Sim::Op> DecapAgent::decodeInputs(StateSnapshot const& found) {
 }
 
 void DecapAgent::startWrapper(StateSnapshot const& found) {
-  Sim::AgentOptions options;
-  options.meshGroups = config_.meshGroups;
-  options.hwFecIdResponses = found.hwFecIdResponses ? 1 : 0;
-  options.scheduler = scheduler_;
-  harness_ = std::make_unique<Sim::AgentHarness>(options);
+  Host::AgentSettings settings;
+  settings.meshGroups = config_.meshGroups;
+  settings.hwFecIdResponses = found.hwFecIdResponses ? 1 : 0;
+  settings.scheduler = scheduler_;
+  if (config_.socketDir) {
+    settings.socketDir = *config_.socketDir;
+  }
+  settings.logSink = [this](Cog::LogMessage const& message, std::vector<std::string> const& args,
+                            std::string const& formatted) { logMessage(message, args, formatted); };
+  harness_ = std::make_unique<Host::AgentHarness>(std::move(settings));
 
-  Sim::Scenario scenario;
+  Host::StartState scenario;
   scenario.cleanSlate = !found.hwFecIdResponses;
   scenario.meshGroups = config_.meshGroups;
   scenario.toggles = readToggles();
   // Before the wrapper starts nothing reacts: the inputs found are simply there, as a
   // scenario's `before` ops are. Attributes at their default need no op.
   for (auto const& op : decodeInputs(found)) {
-    if (op.kind == Sim::OpKind::set && !(Sim::isAttribute(op.table) && !op.flag)) {
-      Sim::applyInput(*harness_, op);
+    if (op.kind == Host::ChangeKind::set && !(Host::isAttribute(op.table) && !op.flag)) {
+      Host::applyInput(*harness_, op);
       if (recorder_) {
         scenario.before.push_back(op);
       }
@@ -169,7 +174,7 @@ void DecapAgent::startWrapper(StateSnapshot const& found) {
   }
   if (recorder_) {
     for (auto const& [key, fields] : found.outputs) {
-      scenario.outputs.push_back(Sim::StateRow{key, fields});
+      scenario.outputs.push_back(Host::StateRow{key, fields});
     }
     std::sort(scenario.outputs.begin(), scenario.outputs.end(),
               [](auto const& a, auto const& b) { return a.key < b.key; });
@@ -184,22 +189,22 @@ void DecapAgent::catchUp(StateSnapshot const& found) {
   // changed, from the infos on, in the order a configuration is written (an encap FEC id that
   // arrived before its pseudowire's instance would wait to be published again).
   std::unordered_set<std::string> present;
-  std::vector<std::pair<std::string, Sim::Op>> sets;
+  std::vector<std::pair<std::string, Host::InputChange>> sets;
   for (auto const& op : decodeInputs(found)) {
     auto key = DbLink::inputRow(op).first;
-    if (!Sim::isAttribute(op.table) && op.kind == Sim::OpKind::set) {
+    if (!Host::isAttribute(op.table) && op.kind == Host::ChangeKind::set) {
       present.insert(key);
     }
-    if (op.kind == Sim::OpKind::set && !Sim::inputHolds(*harness_, op)) {
+    if (op.kind == Host::ChangeKind::set && !Host::inputHolds(*harness_, op)) {
       sets.emplace_back(std::move(key), op);
     }
   }
-  auto held = Sim::inputElements(*harness_);
+  auto held = Host::inputElements(*harness_);
   std::reverse(held.begin(), held.end());
   for (auto& op : held) {
     auto const key = DbLink::inputRow(op).first;
     if (!present.contains(key)) {
-      op.kind = Sim::OpKind::del;
+      op.kind = Host::ChangeKind::del;
       apply(key, op);
     }
   }
@@ -259,30 +264,30 @@ void DecapAgent::applyKey(std::string const& key, Fields const* fields, std::str
   auto decoding = error.empty() ? DbLink::decodeInput(key, fields)
                                 : DbLink::decodeWrongType(key, "value of another type");
   // A key that names no element and is gone again leaves nothing to say.
-  bool const goneGarbage = fields == nullptr && error.empty() && decoding.ops.empty();
+  bool const goneGarbage = fields == nullptr && error.empty() && decoding.changes.empty();
   if (!decoding.problem.empty() && !goneGarbage) {
     say("bad input: " + decoding.problem);
   }
   if (!isAttributeKey(key)) {
-    for (auto const& op : decoding.ops) {
+    for (auto const& op : decoding.changes) {
       apply(key, op);
     }
     return;
   }
   if (key == DbLink::kDecapConfig) {
-    heldStartupSyncDone_ = decoding.ops[0].flag;
-    heldRestartDone_ = decoding.ops[1].flag;
+    heldStartupSyncDone_ = decoding.changes[0].flag;
+    heldRestartDone_ = decoding.changes[1].flag;
   }
   // A write of the hash sets the attributes it changes; one that changes none re-sets every
   // attribute the hash holds. A hash that is bad input counts as absent: it re-sets nothing.
-  std::vector<Sim::Op> changed;
-  for (auto const& op : decoding.ops) {
-    if (!Sim::inputHolds(*harness_, op)) {
+  std::vector<Host::InputChange> changed;
+  for (auto const& op : decoding.changes) {
+    if (!Host::inputHolds(*harness_, op)) {
       changed.push_back(op);
     }
   }
   if (changed.empty() && fields != nullptr && decoding.problem.empty()) {
-    for (auto const& op : decoding.ops) {
+    for (auto const& op : decoding.changes) {
       auto const field = DbLink::inputRow(op).second.front().first;
       bool const held = std::any_of(fields->begin(), fields->end(),
                                     [&](auto const& f) { return f.first == field; });
@@ -296,8 +301,8 @@ void DecapAgent::applyKey(std::string const& key, Fields const* fields, std::str
   }
 }
 
-void DecapAgent::apply(std::string const& key, Sim::Op const& op) {
-  if (Sim::isAttribute(op.table)) {
+void DecapAgent::apply(std::string const& key, Host::InputChange const& op) {
+  if (Host::isAttribute(op.table)) {
     tracker_->allPseudowiresTouched();
   } else {
     tracker_->pseudowireTouched(op.pw);
@@ -306,7 +311,7 @@ void DecapAgent::apply(std::string const& key, Sim::Op const& op) {
     recorder_->record(op);
   }
   try {
-    Sim::applyInput(*harness_, op);
+    Host::applyInput(*harness_, op);
   } catch (std::exception const& e) {
     libraryError(key, e.what());
   } catch (...) {

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "sim/TextReport.h"
+#include "host/PseudowireStatus.h"
 
 namespace VplsAgent {
 namespace {
@@ -91,7 +91,7 @@ std::vector<Key> distinct(std::vector<Key>& keys) {
 
 }  // namespace
 
-OutputTracker::OutputTracker(Sim::AgentHarness& harness) : harness_(harness) {
+OutputTracker::OutputTracker(Host::AgentHarness& harness) : harness_(harness) {
   auto& h = harness_;
   auto const note = [](auto& keys) { return [&keys](auto const& key) { keys.push_back(key); }; };
   subscriptions_.push_back(
@@ -239,7 +239,7 @@ void OutputTracker::takePseudowireStatuses(std::vector<DbLink::OutputRow>& rows)
     for (auto const& [pw, status] : pwStatuses_) {
       dirtyPws_.insert(pw);
     }
-    for (auto const pw : Sim::knownPseudowires(harness_)) {
+    for (auto const pw : Host::knownPseudowires(harness_)) {
       dirtyPws_.insert(pw);
     }
     allPwsDirty_ = false;
@@ -249,8 +249,8 @@ void OutputTracker::takePseudowireStatuses(std::vector<DbLink::OutputRow>& rows)
   std::sort(pws.begin(), pws.end());
   for (auto const pw : pws) {
     std::optional<std::string> status;
-    if (!pw.empty() && Sim::pseudowireKnown(harness_, pw)) {
-      status = Sim::pseudowireStatus(harness_, pw, orientationsOf(pw));
+    if (!pw.empty() && Host::pseudowireKnown(harness_, pw)) {
+      status = Host::pseudowireStatus(harness_, pw, orientationsOf(pw)).words;
     }
     auto const held = pwStatuses_.find(pw);
     if (held == pwStatuses_.end() ? !status : status && held->second == *status) {

@@ -19,7 +19,7 @@
 #include "Hardware/MplsDecapConfig.h"
 #include "Hardware/TagPopPushConfig.h"
 #include "dblink/OutputRows.h"
-#include "sim/AgentHarness.h"
+#include "host/AgentHarness.h"
 
 namespace VplsAgent {
 
@@ -41,7 +41,7 @@ class OutputSubscription {
 // harness's decap status must be the running wrapper's. Runs on the agent's scheduler thread.
 class OutputTracker {
  public:
-  explicit OutputTracker(Sim::AgentHarness& harness);
+  explicit OutputTracker(Host::AgentHarness& harness);
   ~OutputTracker();
   OutputTracker(OutputTracker const&) = delete;
   OutputTracker& operator=(OutputTracker const&) = delete;
@@ -69,7 +69,7 @@ class OutputTracker {
   void takePseudowireStatuses(std::vector<DbLink::OutputRow>& rows);
   std::vector<Hardware::MarlTunnel::Orientation> orientationsOf(Netcore::IntfId pw) const;
 
-  Sim::AgentHarness& harness_;
+  Host::AgentHarness& harness_;
   // Keys notified since the last take(), per output table.
   std::vector<Hardware::MarlTunnel::MplsDecapInfoKey> mplsDecap_;
   std::vector<Netcore::MplsLabel> labels_;

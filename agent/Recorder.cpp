@@ -8,7 +8,7 @@
 #include <iostream>
 #include <system_error>
 
-#include "sim/Recording.h"
+#include "host/Recording.h"
 
 namespace VplsAgent {
 
@@ -21,12 +21,12 @@ Recorder::Recorder(std::filesystem::path path)
   }
 }
 
-void Recorder::start(Sim::Scenario const& found) {
-  writeLine(Sim::recordingHeaderLine(found));
+void Recorder::start(Host::StartState const& found) {
+  writeLine(Host::recordingHeaderLine(found));
 }
 
-void Recorder::record(Sim::Op const& op) {
-  writeLine(Sim::recordingOpLine(op));
+void Recorder::record(Host::InputChange const& change) {
+  writeLine(Host::recordingChangeLine(change));
 }
 
 void Recorder::writeLine(std::string const& line) {

@@ -4,7 +4,8 @@
 #include <string>
 
 #include "Orb/UniqueFd.h"
-#include "sim/Scenario.h"
+#include "host/InputChange.h"
+#include "host/StartState.h"
 
 namespace VplsAgent {
 
@@ -20,8 +21,8 @@ class Recorder {
   // Creates (or truncates) the file; std::system_error when it cannot.
   explicit Recorder(std::filesystem::path path);
 
-  void start(Sim::Scenario const& found);
-  void record(Sim::Op const& op);
+  void start(Host::StartState const& found);
+  void record(Host::InputChange const& change);
 
  private:
   void writeLine(std::string const& line);

@@ -13,8 +13,8 @@
 #include "VplsDecapVersion.h"
 #include "agent/AgentCommandLine.h"
 #include "agent/DecapAgent.h"
-#include "sim/CommandLine.h"
-#include "sim/TraceOptions.h"
+#include "host/TraceOptions.h"
+#include "host/UsageError.h"
 
 namespace {
 
@@ -49,7 +49,7 @@ int main(int argc, char** argv) {
   VplsAgent::AgentCommandLine line;
   try {
     line = VplsAgent::parseAgentCommandLine(std::vector<std::string>(argv + 1, argv + argc));
-  } catch (Sim::UsageError const& e) {
+  } catch (Host::UsageError const& e) {
     std::cerr << kProgram << ": " << e.what() << "\n" << VplsAgent::agentUsage();
     return kExitUsage;
   }
@@ -62,7 +62,7 @@ int main(int argc, char** argv) {
     return kExitStopped;
   }
   try {
-    Sim::applyTraceOptions(line.flashlog, line.traceFile, line.traceLevel);
+    Host::applyTraceOptions(line.flashlog, line.traceFile, line.traceLevel);
   } catch (std::exception const& e) {
     std::cerr << kProgram << ": " << e.what() << "\n";
     return kExitUsage;

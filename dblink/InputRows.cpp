@@ -11,9 +11,9 @@
 namespace DbLink {
 namespace {
 
-using Sim::Op;
-using Sim::OpKind;
-using Sim::Table;
+using Op = Host::InputChange;
+using Host::ChangeKind;
+using Table = Host::InputTable;
 
 constexpr std::uint64_t kMaxU32 = 0xffffffffu;
 constexpr std::uint64_t kMaxVlan = 4094;
@@ -190,7 +190,7 @@ Op keyedOp(Table table, std::vector<std::string_view> const& segments) {
                    " segments separated by '|', found " + std::to_string(segments.size())};
   }
   Op op;
-  op.kind = OpKind::del;
+  op.kind = ChangeKind::del;
   op.table = table;
   op.pw = pseudowire(segments[1]);
   if (table == Table::vlanTagInfo) {
@@ -263,7 +263,7 @@ InputDecoding decodeAttributes(std::string_view key, std::array<Attribute, 2> co
   std::array<std::string_view, 2> const known{attributes[0].field, attributes[1].field};
   for (auto const& attribute : attributes) {
     Op op;
-    op.kind = OpKind::set;
+    op.kind = ChangeKind::set;
     op.table = attribute.table;
     if (fields != nullptr) {
       try {
@@ -275,7 +275,7 @@ InputDecoding decodeAttributes(std::string_view key, std::array<Attribute, 2> co
         }
       }
     }
-    decoding.ops.push_back(op);
+    decoding.changes.push_back(op);
   }
   return decoding;
 }
@@ -313,7 +313,7 @@ InputDecoding decodeInput(std::string_view key, Fields const* fields) {
     return decoding;
   }
   try {
-    decoding.ops.push_back(keyedOp(*table, segments));
+    decoding.changes.push_back(keyedOp(*table, segments));
   } catch (BadInput const& bad) {
     decoding.problem = shownKey(key) + ": " + bad.what;
     return decoding;
@@ -322,10 +322,10 @@ InputDecoding decodeInput(std::string_view key, Fields const* fields) {
     return decoding;
   }
   try {
-    Op set = decoding.ops.front();
+    Op set = decoding.changes.front();
     readValue(set, *fields);
-    set.kind = OpKind::set;
-    decoding.ops.front() = std::move(set);
+    set.kind = ChangeKind::set;
+    decoding.changes.front() = std::move(set);
   } catch (BadInput const& bad) {
     decoding.problem = shownKey(key) + ": " + bad.what;
   }

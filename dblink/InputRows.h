@@ -6,21 +6,20 @@
 #include <vector>
 
 #include "dblink/KeyLayout.h"
-#include "sim/Scenario.h"
+#include "host/InputChange.h"
 
 namespace DbLink {
 
-// What an input key's hash says, as the scenario runner's ops: the agent applies the ops to
-// its input entities exactly as the runner applies a scenario's, and records them in the same
-// form.
+// What an input key's hash says, as input changes: the agent applies them to its input entities
+// exactly as the runner applies a scenario's, and records them in the same form.
 struct InputDecoding {
   // A keyed element: its set (the hash is there) or its del (absent, or bad input). A single
   // hash of attributes (VPLS_DECAP_CONFIG, VTEP_TYPE_STATUS): one set per attribute, in the
   // order of the contract, absent fields and an absent hash at their default (false).
-  std::vector<Sim::Op> ops;
+  std::vector<Host::InputChange> changes;
   // Empty for good input; else one line naming the key, the field and what is wrong with it.
   // Bad input counts as absent: a keyed element's del, an attribute at its default. A key that
-  // does not parse names no element and gives no op.
+  // does not parse names no element and gives no change.
   std::string problem;
 };
 
@@ -29,8 +28,8 @@ InputDecoding decodeInput(std::string_view key, Fields const* fields);
 // The same for a key that holds something other than a hash: bad input, treated as absent.
 InputDecoding decodeWrongType(std::string_view key, std::string_view type);
 
-// The key and the hash that stand for a set op in the state database (every field written,
+// The key and the hash that stand for a set in the state database (every field written,
 // defaults included, so that the hash replaces what was there); the key alone for a del.
-std::pair<std::string, Fields> inputRow(Sim::Op const& op);
+std::pair<std::string, Fields> inputRow(Host::InputChange const& change);
 
 }  // namespace DbLink

@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "host/StateRow.h"
+
 // The keys of the state the agent shares through the state database: one hash per element,
 // key segments joined with '|', numbers in decimal, booleans as "true"/"false". Other
 // processes read and write these keys directly, so every name here is part of the contract
@@ -51,7 +53,7 @@ inline constexpr std::string_view kLastErrorField = "lastError";
 inline constexpr std::string_view kStatusField = "status";
 
 // A hash as read or to be written: its fields and values in order.
-using Fields = std::vector<std::pair<std::string, std::string>>;
+using Fields = Host::Fields;
 
 // The tables whose keys the agent reads at start-up and after every reconnection, and writes.
 inline constexpr std::array kInputTables{kPwIntfInfo,   kDecapLabel,  kVlanTagInfo,

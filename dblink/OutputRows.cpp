@@ -16,7 +16,7 @@ using Hardware::MarlTunnel::MplsDecapInfo;
 using Hardware::MarlTunnel::MplsDecapInfoKey;
 using Hardware::MarlTunnel::Orientation;
 using Hardware::MarlTunnel::VlanAndVplsKey;
-using Sim::AgentHarness;
+using Host::AgentHarness;
 
 constexpr std::uint64_t kMaxU16 = 0xffff;
 constexpr std::uint64_t kMaxU32 = 0xffffffff;
@@ -413,8 +413,8 @@ std::vector<std::string> loadRows(AgentHarness& h, Rows const& rows,
 
 }  // namespace
 
-std::vector<std::string> loadOutputRows(AgentHarness& h, std::vector<Sim::StateRow> const& rows) {
-  return loadRows(h, rows, [](Sim::StateRow const& row) {
+std::vector<std::string> loadOutputRows(AgentHarness& h, std::vector<Host::StateRow> const& rows) {
+  return loadRows(h, rows, [](Host::StateRow const& row) {
     return std::pair<std::string const&, Fields const&>(row.key, row.fields);
   });
 }

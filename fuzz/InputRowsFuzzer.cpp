@@ -34,14 +34,14 @@
 #include "FuzzCheck.h"
 #include "dblink/InputRows.h"
 #include "dblink/KeyLayout.h"
-#include "sim/Scenario.h"
+#include "host/InputChange.h"
 
 namespace {
 
 using DbLink::Fields;
 using DbLink::InputDecoding;
-using Sim::OpKind;
-using Sim::Table;
+using OpKind = Host::ChangeKind;
+using Table = Host::InputTable;
 
 constexpr std::array<std::string_view, 4> kTypes{"string", "list", "zset", "value of another type"};
 
@@ -153,34 +153,34 @@ void checkRowValues(Fields const& given, Fields const& row, std::string const& c
 void checkKeyed(std::string const& key, Fields const& fields, InputDecoding const& absent,
                 InputDecoding const& wrong, InputDecoding const& given) {
   if (!absent.problem.empty()) {
-    Fuzz::require(absent.ops.empty() && wrong.ops.empty() && given.ops.empty(),
+    Fuzz::require(absent.changes.empty() && wrong.changes.empty() && given.changes.empty(),
                   "a key that does not parse gives an op: " + key);
     Fuzz::require(!given.problem.empty(), "a key that does not parse is good with a hash: " + key);
     return;
   }
-  Fuzz::require(absent.ops.size() == 1 && absent.ops[0].kind == OpKind::del,
+  Fuzz::require(absent.changes.size() == 1 && absent.changes[0].kind == OpKind::del,
                 "an absent key that parses is not one del: " + key);
-  auto const del = Sim::describe(absent.ops[0]);
-  Fuzz::require(DbLink::inputRow(absent.ops[0]).first == key,
+  auto const del = Host::describe(absent.changes[0]);
+  Fuzz::require(DbLink::inputRow(absent.changes[0]).first == key,
                 "the key of " + del + " is not the key it was read from: " + key);
-  Fuzz::require(wrong.ops.size() == 1 && Sim::describe(wrong.ops[0]) == del,
+  Fuzz::require(wrong.changes.size() == 1 && Host::describe(wrong.changes[0]) == del,
                 "a key of another type is not the absent key's del: " + key);
-  Fuzz::require(given.ops.size() == 1, "a hash on a key that parses is not one op: " + key);
+  Fuzz::require(given.changes.size() == 1, "a hash on a key that parses is not one op: " + key);
   if (!given.problem.empty()) {
-    Fuzz::require(Sim::describe(given.ops[0]) == del,
+    Fuzz::require(Host::describe(given.changes[0]) == del,
                   "bad input is not the absent key's del: " + key + ": " + given.problem);
     return;
   }
-  auto const& set = given.ops[0];
-  auto const shown = Sim::describe(set);
+  auto const& set = given.changes[0];
+  auto const shown = Host::describe(set);
   Fuzz::require(set.kind == OpKind::set, "good input is not a set: " + key + ": " + shown);
   auto const [rowKey, row] = DbLink::inputRow(set);
   Fuzz::require(rowKey == key, shown + " is written under another key: " + rowKey);
   checkRowValues(fields, row, "the row of " + shown);
   auto const again = decodeHash(rowKey, row);
-  Fuzz::require(
-      again.problem.empty() && again.ops.size() == 1 && Sim::describe(again.ops[0]) == shown,
-      "the row of " + shown + " does not decode to it: " + again.problem);
+  Fuzz::require(again.problem.empty() && again.changes.size() == 1 &&
+                    Host::describe(again.changes[0]) == shown,
+                "the row of " + shown + " does not decode to it: " + again.problem);
 }
 
 void checkAttributes(Attributes const& attributes, Fields const& fields,
@@ -188,11 +188,11 @@ void checkAttributes(Attributes const& attributes, Fields const& fields,
                      InputDecoding const& given) {
   std::string const key(attributes.key);
   auto const twoSets = [&](InputDecoding const& decoding, std::string_view what) {
-    Fuzz::require(decoding.ops.size() == 2, key + " " + std::string(what) + ": not two ops");
+    Fuzz::require(decoding.changes.size() == 2, key + " " + std::string(what) + ": not two ops");
     for (std::size_t i = 0; i < 2; ++i) {
-      Fuzz::require(decoding.ops[i].kind == OpKind::set &&
-                        decoding.ops[i].table == attributes.fields[i].second,
-                    key + " " + std::string(what) + ": op " + Sim::describe(decoding.ops[i]) +
+      Fuzz::require(decoding.changes[i].kind == OpKind::set &&
+                        decoding.changes[i].table == attributes.fields[i].second,
+                    key + " " + std::string(what) + ": op " + Host::describe(decoding.changes[i]) +
                         " is not the set of " + std::string(attributes.fields[i].first));
     }
   };
@@ -201,9 +201,9 @@ void checkAttributes(Attributes const& attributes, Fields const& fields,
   twoSets(given, "with a hash");
   Fuzz::require(absent.problem.empty() && !wrong.problem.empty(),
                 key + ": absent is bad or another type is good");
-  Fuzz::require(
-      !absent.ops[0].flag && !absent.ops[1].flag && !wrong.ops[0].flag && !wrong.ops[1].flag,
-      key + ": absent or of another type, an attribute is not at its default");
+  Fuzz::require(!absent.changes[0].flag && !absent.changes[1].flag && !wrong.changes[0].flag &&
+                    !wrong.changes[1].flag,
+                key + ": absent or of another type, an attribute is not at its default");
   bool const good = std::all_of(fields.begin(), fields.end(), [&](auto const& field) {
     return (field.first == attributes.fields[0].first ||
             field.first == attributes.fields[1].first) &&
@@ -212,8 +212,8 @@ void checkAttributes(Attributes const& attributes, Fields const& fields,
   Fuzz::require(good == given.problem.empty(), key + ": the hash is " + (good ? "good" : "bad") +
                                                    " but the problem is \"" + given.problem + "\"");
   for (std::size_t i = 0; i < 2; ++i) {
-    auto const& op = given.ops[i];
-    auto const shown = Sim::describe(op);
+    auto const& op = given.changes[i];
+    auto const shown = Host::describe(op);
     auto const value = valueOf(fields, attributes.fields[i].first);
     bool const isTrue = value && *value == "true";
     Fuzz::require(op.flag ? isTrue : !good || !isTrue,
@@ -221,9 +221,9 @@ void checkAttributes(Attributes const& attributes, Fields const& fields,
     auto const [rowKey, row] = DbLink::inputRow(op);
     Fuzz::require(rowKey == key, shown + " is written under another key: " + rowKey);
     auto const again = decodeHash(rowKey, row);
-    Fuzz::require(
-        again.problem.empty() && again.ops.size() == 2 && Sim::describe(again.ops[i]) == shown,
-        "the row of " + shown + " does not decode to it: " + again.problem);
+    Fuzz::require(again.problem.empty() && again.changes.size() == 2 &&
+                      Host::describe(again.changes[i]) == shown,
+                  "the row of " + shown + " does not decode to it: " + again.problem);
   }
 }
 
@@ -270,7 +270,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     checkKeyed(key, fields, absent, wrong, given);
     return 0;
   }
-  Fuzz::require(absent.ops.empty() && wrong.ops.empty() && given.ops.empty(),
+  Fuzz::require(absent.changes.empty() && wrong.changes.empty() && given.changes.empty(),
                 "a key of no input table gives an op: " + key);
   Fuzz::require(!absent.problem.empty() && !given.problem.empty(),
                 "a key of no input table is good: " + key);

@@ -13,15 +13,19 @@
 namespace Fuzz {
 namespace {
 
-// A private directory for the agent's socket, made the process's socket directory before the
-// agent opens its socket.
+// A private directory for the agent's socket.
 std::filesystem::path socketDirectory() {
   std::string path = (std::filesystem::temp_directory_path() / "marl-fuzz-XXXXXX").string();
   if (::mkdtemp(path.data()) == nullptr) {
     fail("cannot create a private socket directory");
   }
-  Orb::AgentSocketHandlerSm::socketDirIs(path);
   return path;
+}
+
+Host::AgentSettings settingsFor(std::filesystem::path const& socketDir) {
+  Host::AgentSettings settings;
+  settings.socketDir = socketDir;
+  return settings;
 }
 
 // The first three words of `args` as the show command splits them: separated by white space
@@ -51,7 +55,7 @@ ShowAgent& ShowAgent::instance() {
   return agent;
 }
 
-ShowAgent::ShowAgent() : dir_(socketDirectory()) {
+ShowAgent::ShowAgent() : dir_(socketDirectory()), harness_(settingsFor(dir_)) {
   harness_.start();
   program();
   auto const callback =
@@ -65,7 +69,6 @@ ShowAgent::ShowAgent() : dir_(socketDirectory()) {
 
 ShowAgent::~ShowAgent() {
   harness_.stop();
-  Orb::AgentSocketHandlerSm::socketDirIs("");
   std::error_code ec;
   std::filesystem::remove_all(dir_, ec);
 }

@@ -6,12 +6,12 @@
 
 #include "MarlTunnel/VplsDecapOutput.h"
 #include "Orb/AgentSocketHandlerSm.h"
-#include "sim/AgentHarness.h"
+#include "host/AgentHarness.h"
 
 namespace Fuzz {
 
 // The agent the command-socket fuzzers talk to: the library hosted as the tunnel agent hosts
-// it (Sim::AgentHarness), with a few pseudowires programmed (several instances and groups, one
+// it (Host::AgentHarness), with a few pseudowires programmed (several instances and groups, one
 // instance literally named "None", a standby and a VLAN-aware one, short names Pw1 and Pw12)
 // and its command socket open in a private directory. Built on first use and kept for the
 // fuzzing process; nothing changes its inputs afterwards.
@@ -39,7 +39,7 @@ class ShowAgent {
   void program();
 
   std::filesystem::path const dir_;
-  Sim::AgentHarness harness_;
+  Host::AgentHarness harness_;
   // What the show command answers without filters.
   Hardware::MarlTunnel::VplsDecapEntryMap all_;
 };

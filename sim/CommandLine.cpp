@@ -13,7 +13,7 @@ int traceLevel(std::string const& text) {
   auto const [end, ec] = std::from_chars(text.data(), text.data() + text.size(), level);
   if (text.empty() || ec != std::errc() || end != text.data() + text.size() || level < 0 ||
       level > kMaxTraceLevel) {
-    throw UsageError("--trace-level: '" + text + "' is not a level from 0 to 9");
+    throw Host::UsageError("--trace-level: '" + text + "' is not a level from 0 to 9");
   }
   return level;
 }
@@ -47,7 +47,7 @@ std::string usage() {
 CommandLine parseCommandLine(std::vector<std::string> const& args) {
   CommandLine line;
   if (args.empty()) {
-    throw UsageError("missing command (run or serve)");
+    throw Host::UsageError("missing command (run or serve)");
   }
   std::string const& command = args.front();
   if (command == "-h" || command == "--help" || command == "help") {
@@ -62,7 +62,7 @@ CommandLine parseCommandLine(std::vector<std::string> const& args) {
   } else if (command == "serve") {
     line.mode = CommandLine::Mode::serve;
   } else {
-    throw UsageError("unknown command '" + command + "' (expected run or serve)");
+    throw Host::UsageError("unknown command '" + command + "' (expected run or serve)");
   }
 
   bool haveScenario = false;
@@ -77,17 +77,17 @@ CommandLine parseCommandLine(std::vector<std::string> const& args) {
     }
     auto const value = [&]() -> std::string {
       if (!inlineValue && i + 1 >= args.size()) {
-        throw UsageError(option + ": missing value");
+        throw Host::UsageError(option + ": missing value");
       }
       std::string text = inlineValue ? *inlineValue : args[++i];
       if (text.empty()) {
-        throw UsageError(option + ": empty value");
+        throw Host::UsageError(option + ": empty value");
       }
       return text;
     };
     auto const flag = [&](bool& target) {
       if (inlineValue) {
-        throw UsageError(option + ": takes no value");
+        throw Host::UsageError(option + ": takes no value");
       }
       target = true;
     };
@@ -103,24 +103,24 @@ CommandLine parseCommandLine(std::vector<std::string> const& args) {
       line.flashlog = value();
     } else if (option == "--socket-dir") {
       if (line.mode != CommandLine::Mode::serve) {
-        throw UsageError("--socket-dir: only for serve");
+        throw Host::UsageError("--socket-dir: only for serve");
       }
       line.socketDir = value();
     } else if (option == "-h" || option == "--help") {
       line.mode = CommandLine::Mode::help;
       return line;
     } else if (option.starts_with("-") && option != "-") {
-      throw UsageError("unknown option '" + option + "'");
+      throw Host::UsageError("unknown option '" + option + "'");
     } else if (haveScenario) {
-      throw UsageError("more than one scenario file ('" + line.scenario + "' and '" + option +
-                       "')");
+      throw Host::UsageError("more than one scenario file ('" + line.scenario + "' and '" + option +
+                             "')");
     } else {
       line.scenario = option;
       haveScenario = true;
     }
   }
   if (!haveScenario) {
-    throw UsageError("missing scenario file");
+    throw Host::UsageError("missing scenario file");
   }
   return line;
 }

@@ -1,9 +1,10 @@
 #pragma once
 
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "host/UsageError.h"
 
 namespace Sim {
 
@@ -25,16 +26,10 @@ struct CommandLine {
   std::optional<std::string> socketDir;  // serve only
 };
 
-// A command line that cannot be used; what() says what is wrong in one line.
-class UsageError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
-
 // The usage text, several lines ending in a newline.
 std::string usage();
 
-// Parses the arguments after the program name.
+// Parses the arguments after the program name; Host::UsageError names what is wrong.
 CommandLine parseCommandLine(std::vector<std::string> const& args);
 
 }  // namespace Sim

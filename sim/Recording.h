@@ -4,18 +4,15 @@
 
 #include "sim/Scenario.h"
 
-// The writing side of recordings: a scenario as JSON Lines, so that it can be appended to change
-// by change and a file cut short still replays up to its last whole line. Line 1 is the scenario
-// object without events (with its `outputs`), every further line one op; parseScenario reads
-// them back. Lines are compact JSON ending in "\n"; names are written as UTF-8 with JSON's
-// escapes, bytes that are not UTF-8 as U+FFFD (a scenario holds only UTF-8 text).
+// A scenario as a recording (host/Recording.h): the runner writes its own scenarios in the
+// form an agent records, so that the two can be compared line by line.
 namespace Sim {
 
-// The first line: comment, cleanSlate, toggles, meshGroups, before and outputs of `scenario`;
-// its events are not written (they are the lines that follow).
+// The first line: the scenario's comment and start state; its events are not written (they are
+// the lines that follow).
 std::string recordingHeaderLine(Scenario const& scenario);
 
-// One op as a scenario's `events` hold it.
+// One op as a scenario's `events` hold it, with its comment.
 std::string recordingOpLine(Op const& op);
 
 }  // namespace Sim

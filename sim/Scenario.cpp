@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
+#include <tuple>
 #include <utility>
 
 #include "Bridging/VlanId.h"
@@ -24,28 +25,14 @@ constexpr std::uint64_t kMaxU32 = 0xffffffffu;
 constexpr std::uint64_t kMaxVlan = 4094;
 constexpr std::uint64_t kMaxMeshGroups = 4;
 
-struct TableEntry {
-  Table table;
-  std::string_view name;
+using Host::ChangeKind;
+using Host::InputTable;
+
+constexpr std::array kInputTables{
+    InputTable::vplsPwIntfInfo, InputTable::decapLabel,         InputTable::vlanTagInfo,
+    InputTable::encapHwFecId,   InputTable::startupSyncDone,    InputTable::restartDone,
+    InputTable::vxlanPresent,   InputTable::vxlanDciConfigured,
 };
-
-constexpr std::array<TableEntry, 8> kTables{{
-    {Table::vplsPwIntfInfo, "vplsPwIntfInfo"},
-    {Table::decapLabel, "decapLabel"},
-    {Table::vlanTagInfo, "vlanTagInfo"},
-    {Table::encapHwFecId, "encapHwFecId"},
-    {Table::startupSyncDone, "startupSyncDone"},
-    {Table::restartDone, "restartDone"},
-    {Table::vxlanPresent, "vxlanPresent"},
-    {Table::vxlanDciConfigured, "vxlanDciConfigured"},
-}};
-
-constexpr std::array<std::pair<OpKind, std::string_view>, 4> kOps{{
-    {OpKind::set, "set"},
-    {OpKind::del, "del"},
-    {OpKind::show, "show"},
-    {OpKind::restart, "restart"},
-}};
 
 constexpr std::array<std::string_view, 7> kTopLevelKeys{
     "comment", "cleanSlate", "toggles", "meshGroups", "before", "events", "outputs"};
@@ -216,8 +203,8 @@ Fab::NexthopIndex hwFecIndexValue(Json const& value, std::string const& where) {
   return Fab::NexthopIndex(field("hwFecId"), field("globalInLif"));
 }
 
-void readKey(Json const& key, std::string const& where, Op& op) {
-  if (op.table != Table::vlanTagInfo) {
+void readKey(Json const& key, std::string const& where, Host::InputChange& op) {
+  if (op.table != InputTable::vlanTagInfo) {
     op.pw = interfaceName(key, where);
     return;
   }
@@ -229,19 +216,19 @@ void readKey(Json const& key, std::string const& where, Op& op) {
       integer(required(key, "vlan", where, "field"), member(where, "vlan"), 1, kMaxVlan));
 }
 
-void readValue(Json const& value, std::string const& where, Op& op) {
+void readValue(Json const& value, std::string const& where, Host::InputChange& op) {
   switch (op.table) {
-    case Table::vplsPwIntfInfo:
+    case InputTable::vplsPwIntfInfo:
       op.pwIntfInfo = pwIntfInfoValue(value, where, op.pw);
       return;
-    case Table::decapLabel:
+    case InputTable::decapLabel:
       op.number =
           static_cast<std::uint32_t>(integer(value, where, 0, Netcore::MplsLabel::kMaxLabel));
       return;
-    case Table::vlanTagInfo:
+    case InputTable::vlanTagInfo:
       op.number = static_cast<std::uint32_t>(integer(value, where, 0, kMaxVlan));
       return;
-    case Table::encapHwFecId:
+    case InputTable::encapHwFecId:
       op.hwFecIndex = hwFecIndexValue(value, where);
       return;
     default:
@@ -250,44 +237,47 @@ void readValue(Json const& value, std::string const& where, Op& op) {
   }
 }
 
-OpKind opKind(Json const& op, std::string const& where) {
+// The op's kind, and for a set or del the change's kind.
+std::pair<OpKind, ChangeKind> opKind(Json const& op, std::string const& where) {
   auto const& value = required(op, "op", where, "field (set, del, show or restart)");
   std::string const name = string(value, member(where, "op"));
-  for (auto const& [kind, text] : kOps) {
-    if (name == text) {
-      return kind;
-    }
+  if (name == "set" || name == "del") {
+    return {OpKind::change, name == "set" ? ChangeKind::set : ChangeKind::del};
+  }
+  if (name == "show" || name == "restart") {
+    return {name == "show" ? OpKind::show : OpKind::restart, ChangeKind::set};
   }
   fail(member(where, "op"),
        "unknown op \"" + printable(name) + "\" (expected set, del, show or restart)");
 }
 
-Table table(Json const& op, std::string const& where) {
+InputTable table(Json const& op, std::string const& where) {
   auto const& value = required(op, "table", where, "field");
   std::string const name = string(value, member(where, "table"));
-  for (auto const& entry : kTables) {
-    if (name == entry.name) {
-      return entry.table;
+  for (auto const table : kInputTables) {
+    if (name == Host::tableName(table)) {
+      return table;
     }
   }
   std::vector<std::string_view> names;
-  for (auto const& entry : kTables) {
-    names.push_back(entry.name);
+  for (auto const table : kInputTables) {
+    names.push_back(Host::tableName(table));
   }
   fail(member(where, "table"),
        "unknown table \"" + printable(name) + "\" (expected " + joined(names) + ")");
 }
 
-void readSetOrDel(Json const& json, std::string const& where, Op& op) {
+void readSetOrDel(Json const& json, std::string const& where, Host::InputChange& op) {
   static constexpr std::array<std::string_view, 5> kFields{"op", "table", "key", "value",
                                                            "comment"};
-  requireKnownFields(json, where, kFields, "a " + std::string(opName(op.kind)) + " op");
+  requireKnownFields(json, where, kFields,
+                     std::string(op.kind == ChangeKind::set ? "a set" : "a del") + " op");
   op.table = table(json, where);
   bool const hasKey = json.contains("key");
   bool const hasValue = json.contains("value");
-  std::string const tableText(tableName(op.table));
-  if (isAttribute(op.table)) {
-    if (op.kind == OpKind::del) {
+  std::string const tableText(Host::tableName(op.table));
+  if (Host::isAttribute(op.table)) {
+    if (op.kind == ChangeKind::del) {
       fail(where, "del is not possible on the attribute " + tableText + " (set it to false)");
     }
     if (hasKey) {
@@ -300,7 +290,7 @@ void readSetOrDel(Json const& json, std::string const& where, Op& op) {
   }
   readKey(required(json, "key", where, "field (table " + tableText + " needs a key)"),
           member(where, "key"), op);
-  if (op.kind == OpKind::del) {
+  if (op.kind == ChangeKind::del) {
     if (hasValue) {
       fail(member(where, "value"), "not allowed on a del");
     }
@@ -315,14 +305,13 @@ void readSetOrDel(Json const& json, std::string const& where, Op& op) {
 Op readOp(Json const& json, std::string const& where, bool beforeStart) {
   requireObject(json, where);
   Op op;
-  op.kind = opKind(json, where);
+  std::tie(op.kind, op.change.kind) = opKind(json, where);
   if (auto const it = json.find("comment"); it != json.end()) {
     op.comment = string(*it, member(where, "comment"));
   }
   switch (op.kind) {
-    case OpKind::set:
-    case OpKind::del:
-      readSetOrDel(json, where, op);
+    case OpKind::change:
+      readSetOrDel(json, where, op.change);
       return op;
     case OpKind::show: {
       static constexpr std::array<std::string_view, 3> kFields{"op", "args", "comment"};
@@ -340,7 +329,7 @@ Op readOp(Json const& json, std::string const& where, bool beforeStart) {
   }
   if (beforeStart) {
     fail(member(where, "op"),
-         "only set and del are possible before start-up, not " + std::string(opName(op.kind)));
+         "only set and del are possible before start-up, not " + std::string(opName(op)));
   }
   return op;
 }
@@ -374,18 +363,18 @@ std::map<std::string, bool> readToggles(Json const& value) {
   return toggles;
 }
 
-std::vector<StateRow> readOutputs(OrderedJson const& value) {
+std::vector<Host::StateRow> readOutputs(OrderedJson const& value) {
   if (!value.is_object()) {
     fail("outputs", "must be an object of output keys, not " + kindOf(Json(value)));
   }
-  std::vector<StateRow> rows;
+  std::vector<Host::StateRow> rows;
   rows.reserve(value.size());
   for (auto const& [key, hash] : value.items()) {
     std::string const where = "outputs." + printable(key);
     if (!hash.is_object()) {
       fail(where, "must be an object of field names to texts, not " + kindOf(Json(hash)));
     }
-    StateRow row{key, {}};
+    Host::StateRow row{key, {}};
     row.fields.reserve(hash.size());
     for (auto const& [field, text] : hash.items()) {
       row.fields.emplace_back(field, string(Json(text), where + "." + printable(field)));
@@ -427,37 +416,6 @@ OrderedJson parseJson(std::string_view text) {
          "invalid scenario: the key \"" + printable(*duplicate) + "\" appears twice in one object");
   }
   return json;
-}
-
-std::string describeValue(Op const& op) {
-  switch (op.table) {
-    case Table::vplsPwIntfInfo: {
-      auto const& info = op.pwIntfInfo;
-      std::string text = "instance \"" + printable(info.vplsInstanceName().str()) + "\"";
-      if (!info.groupName().empty()) {
-        text += " group \"" + printable(info.groupName().str()) + "\"";
-      }
-      std::pair<bool, char const*> const flags[] = {
-          {info.splitHorizon(), "split-horizon"}, {info.standby(), "standby"},
-          {info.vlanAware(), "vlan-aware"},       {info.controlWord(), "control-word"},
-          {info.flowLabel(), "flow-label"},
-      };
-      for (auto const& [on, name] : flags) {
-        if (on) {
-          text += std::string(" ") + name;
-        }
-      }
-      return text;
-    }
-    case Table::decapLabel:
-    case Table::vlanTagInfo:
-      return std::to_string(op.number);
-    case Table::encapHwFecId:
-      return "hwFecId " + std::to_string(op.hwFecIndex.hwFecId()) + " globalInLif " +
-             std::to_string(op.hwFecIndex.globalInLif());
-    default:
-      return op.flag ? "true" : "false";
-  }
 }
 
 // The top-level fields of a scenario object or of a recording's first line.
@@ -546,25 +504,14 @@ Scenario parseRecording(std::string_view text) {
 
 }  // namespace
 
-std::string_view tableName(Table table) {
-  for (auto const& entry : kTables) {
-    if (entry.table == table) {
-      return entry.name;
-    }
-  }
-  return "?";
-}
-
-bool isAttribute(Table table) {
-  return table == Table::startupSyncDone || table == Table::restartDone ||
-         table == Table::vxlanPresent || table == Table::vxlanDciConfigured;
-}
-
-std::string_view opName(OpKind kind) {
-  for (auto const& [k, name] : kOps) {
-    if (k == kind) {
-      return name;
-    }
+std::string_view opName(Op const& op) {
+  switch (op.kind) {
+    case OpKind::change:
+      return op.change.kind == ChangeKind::set ? "set" : "del";
+    case OpKind::show:
+      return "show";
+    case OpKind::restart:
+      return "restart";
   }
   return "?";
 }
@@ -575,20 +522,29 @@ std::string describe(Op const& op) {
       return "restart";
     case OpKind::show:
       return "show \"" + printable(op.showArgs) + "\"";
-    default:
+    case OpKind::change:
       break;
   }
-  std::string text = std::string(opName(op.kind)) + " " + std::string(tableName(op.table));
-  if (!isAttribute(op.table)) {
-    text += " " + op.pw.toString();
-    if (op.table == Table::vlanTagInfo) {
-      text += " vlan " + std::to_string(op.vlan);
-    }
+  return Host::describe(op.change);
+}
+
+Op changeOp(Host::InputChange change) {
+  Op op;
+  op.kind = OpKind::change;
+  op.change = std::move(change);
+  return op;
+}
+
+Host::StartState startState(Scenario const& scenario) {
+  Host::StartState state;
+  state.cleanSlate = scenario.cleanSlate;
+  state.toggles = scenario.toggles;
+  state.meshGroups = scenario.meshGroups;
+  for (auto const& op : scenario.before) {
+    state.before.push_back(op.change);
   }
-  if (op.kind == OpKind::set) {
-    text += " = " + describeValue(op);
-  }
-  return text;
+  state.outputs = scenario.outputs;
+  return state;
 }
 
 std::vector<std::string_view> knownToggles() {

@@ -1,22 +1,16 @@
 #include "sim/ScenarioRunner.h"
 
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdlib>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
 
-#include "Cog/Toggle.h"
 #include "MarlTunnel/VplsSmWrapper.h"
-#include "MarlTunnel/detail/SplitHorizonToggleForTest.h"
 #include "Orb/AgentSocketHandlerSm.h"
 #include "Statedb/SharedTableManager.h"
-#include "sim/InputOps.h"
-#include "sim/PrivateDir.h"
+#include "host/InputWriter.h"
+#include "host/PrivateDir.h"
 
 namespace Sim {
 namespace {
@@ -28,7 +22,7 @@ constexpr char kToggleFile[] = "MarlTunnel.json";
 ScenarioRunner::ScenarioRunner(Scenario scenario, Options options)
     : scenario_(std::move(scenario)),
       outputLoader_(std::move(options.outputLoader)),
-      privateDir_(makePrivateDir("vpls-decap-sim")) {
+      privateDir_(Host::makePrivateDir("vpls-decap-sim")) {
   try {
     toggleDir_ = privateDir_ / "toggles";
     std::filesystem::create_directory(toggleDir_);
@@ -36,46 +30,28 @@ ScenarioRunner::ScenarioRunner(Scenario scenario, Options options)
     // A scenario is a switch of its own: its shared tables start as wiped shared memory, so
     // that the HW FEC id response table is exactly what cleanSlate asks for.
     Statedb::SharedTableManager::resetAllForTest();
-    AgentOptions agentOptions;
-    agentOptions.meshGroups = scenario_.meshGroups;
+    Host::AgentSettings settings;
+    settings.meshGroups = scenario_.meshGroups;
     // One entry in the HW FEC id response table is enough for the wrapper to decide on a start
     // without clean slate.
-    agentOptions.hwFecIdResponses = scenario_.cleanSlate ? 0 : 1;
-    harness_ = std::make_unique<AgentHarness>(agentOptions);
+    settings.hwFecIdResponses = scenario_.cleanSlate ? 0 : 1;
+    settings.socketDir = options.socketDir ? *options.socketDir : privateDir_ / "sockets";
+    settings.toggleDir = toggleDir_;
+    settings.logSink = [this](Cog::LogMessage const& message, std::vector<std::string> const& args,
+                              std::string const& formatted) {
+      logs_.push_back(LogRecord{std::string(message.identifier), args, formatted});
+    };
+    harness_ = std::make_unique<Host::AgentHarness>(std::move(settings));
   } catch (...) {
     std::error_code ec;
     std::filesystem::remove_all(privateDir_, ec);
     throw;
   }
-
-  if (char const* const previous = std::getenv(Cog::kToggleDirEnv)) {
-    previousToggleEnv_ = previous;
-  }
-  ::setenv(Cog::kToggleDirEnv, toggleDir_.c_str(), 1);
-  // A fresh agent process reads its toggles on first use.
-  Hardware::MarlTunnel::detail::resetSplitHorizonToggleCacheForTest();
-
-  auto const socketDir = options.socketDir ? *options.socketDir : privateDir_ / "sockets";
-  Orb::AgentSocketHandlerSm::socketDirIs(socketDir.string());
-
-  previousSink_ =
-      Cog::logSinkIs([this](Cog::LogMessage const& message, std::vector<std::string> const& args,
-                            std::string const& formatted) {
-        logs_.push_back(LogRecord{std::string(message.identifier), args, formatted});
-      });
 }
 
 ScenarioRunner::~ScenarioRunner() {
   // The agent goes first: stopping it closes the command socket and removes its file.
   harness_.reset();
-  Cog::logSinkIs(std::move(previousSink_));
-  Orb::AgentSocketHandlerSm::socketDirIs("");
-  if (previousToggleEnv_) {
-    ::setenv(Cog::kToggleDirEnv, previousToggleEnv_->c_str(), 1);
-  } else {
-    ::unsetenv(Cog::kToggleDirEnv);
-  }
-  Hardware::MarlTunnel::detail::resetSplitHorizonToggleCacheForTest();
   std::error_code ec;
   std::filesystem::remove_all(privateDir_, ec);
 }
@@ -142,8 +118,7 @@ void ScenarioRunner::start() {
 
 std::optional<std::string> ScenarioRunner::apply(Op const& op) {
   switch (op.kind) {
-    case OpKind::set:
-    case OpKind::del:
+    case OpKind::change:
       write(op);
       return std::nullopt;
     case OpKind::restart:
@@ -168,7 +143,7 @@ std::string ScenarioRunner::show(std::string const& args) {
 }
 
 void ScenarioRunner::write(Op const& op) {
-  applyInput(*harness_, op);
+  Host::applyInput(*harness_, op.change);
 }
 
 }  // namespace Sim

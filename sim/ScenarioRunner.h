@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "Cog/Log.h"
-#include "sim/AgentHarness.h"
+#include "host/AgentHarness.h"
 #include "sim/Scenario.h"
 
 namespace Sim {
@@ -43,9 +43,9 @@ struct StepReport {
 // library are reported in the step that raised them and end the run; a failed assertion aborts
 // the process, as it does in the agent.
 //
-// Changes process-wide state while it lives (the toggle directory variable, the socket
-// directory, the log sink, the root scheduler, the shared tables) and restores what it can on
-// destruction; so one runner at a time per process. Runs on the calling thread.
+// Its agent's settings (the toggle and socket directories, the log sink) are put into effect by
+// the harness while the runner lives; so one runner at a time per process. Runs on the calling
+// thread.
 class ScenarioRunner {
  public:
   struct Options {
@@ -53,7 +53,7 @@ class ScenarioRunner {
     std::optional<std::filesystem::path> socketDir;
     // Loads a scenario's `outputs` (the output state an earlier agent left) into the harness's
     // entities before the agent starts. Needed only by scenarios with outputs.
-    std::function<void(AgentHarness&, std::vector<StateRow> const&)> outputLoader;
+    std::function<void(Host::AgentHarness&, std::vector<Host::StateRow> const&)> outputLoader;
   };
   using StepObserver = std::function<void(StepReport const&)>;
 
@@ -78,7 +78,7 @@ class ScenarioRunner {
   std::string show(std::string const& args);
 
   Scenario const& scenario() const noexcept { return scenario_; }
-  AgentHarness& harness() const noexcept { return *harness_; }
+  Host::AgentHarness& harness() const noexcept { return *harness_; }
   std::vector<LogRecord> const& logs() const noexcept { return logs_; }
   // The toggle directory the agent reads (its "MarlTunnel.json" exists when toggles were set).
   std::filesystem::path const& toggleDir() const noexcept { return toggleDir_; }
@@ -88,13 +88,11 @@ class ScenarioRunner {
   void write(Op const& op);
 
   Scenario const scenario_;
-  std::function<void(AgentHarness&, std::vector<StateRow> const&)> outputLoader_;
+  std::function<void(Host::AgentHarness&, std::vector<Host::StateRow> const&)> outputLoader_;
   std::filesystem::path privateDir_;
   std::filesystem::path toggleDir_;
-  std::optional<std::string> previousToggleEnv_;
-  Cog::LogSink previousSink_;
   std::vector<LogRecord> logs_;
-  std::unique_ptr<AgentHarness> harness_;
+  std::unique_ptr<Host::AgentHarness> harness_;
 };
 
 }  // namespace Sim

@@ -7,6 +7,7 @@
 namespace Sim {
 namespace {
 
+using Host::AgentHarness;
 using Json = nlohmann::ordered_json;
 using Hardware::MarlTunnel::LifProfileOrientationKey;
 

@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 #include <vector>
 
-#include "sim/AgentHarness.h"
+#include "host/AgentHarness.h"
 #include "sim/ScenarioRunner.h"
 
 namespace Sim {
@@ -20,7 +20,8 @@ namespace Sim {
 // empty and `initialized` is false.
 //
 // Reads the harness only; runs on the agent's thread.
-nlohmann::ordered_json stateJson(AgentHarness const& harness, std::vector<LogRecord> const& logs);
+nlohmann::ordered_json stateJson(Host::AgentHarness const& harness,
+                                 std::vector<LogRecord> const& logs);
 
 // One line of `--json --each`: {"event": I, "state": {...}} with "show" or "error" when the
 // step has one.

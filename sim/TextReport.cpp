@@ -8,9 +8,12 @@
 
 #include "MarlTunnel/MarlVplsPwIntfDecapSm.h"
 #include "MarlTunnel/SplitHorizonToggle.h"
+#include "host/PseudowireStatus.h"
 
 namespace Sim {
 namespace {
+
+using Host::AgentHarness;
 
 using Hardware::Marl::Jericho2LifProfiles;
 using Hardware::Marl::toValue;
@@ -91,77 +94,6 @@ std::string orientationText(Orientation orientation) {
              : std::to_string(Hardware::MarlTunnel::toValue(orientation));
 }
 
-// The members of a collection keyed by (pseudowire, VLAN) that belong to one pseudowire: a
-// range of the ordered keys, so that a status costs a lookup, not a walk of the table.
-template <class Coll, class Visit>
-void forEachOfPseudowire(Coll const& collection, Netcore::IntfId pw, Visit const& visit) {
-  for (auto it = collection.lowerBound(Fab::VplsPwIntfVlanKey(pw, Bridging::VlanId(1)));
-       it != collection.end() && it->first.pwIntfId() == pw; ++it) {
-    visit(it->first, it->second);
-  }
-}
-
-// The VLANs of a pseudowire's tag info, with their normalised tags, in VLAN order.
-std::vector<std::pair<std::uint16_t, std::uint16_t>> vlanTags(AgentHarness const& harness,
-                                                              Netcore::IntfId pw) {
-  std::vector<std::pair<std::uint16_t, std::uint16_t>> tags;
-  forEachOfPseudowire(harness.hwVplsPwDecapConfig->vlanTagInfo(), pw,
-                      [&](Fab::VplsPwIntfVlanKey const& key, Bridging::VlanIdOrNone tag) {
-                        tags.emplace_back(key.vlanId().value(), tag.value());
-                      });
-  return tags;
-}
-
-std::vector<Orientation> orientationsOf(AgentHarness const& harness, Netcore::IntfId pw) {
-  std::vector<Orientation> orientations;
-  for (auto const& [key, answer] : harness.lifProfileOrientationStatus->lpoResponse()) {
-    if (key.pwIntfId() == pw && std::find(orientations.begin(), orientations.end(),
-                                          answer.orientation()) == orientations.end()) {
-      orientations.push_back(answer.orientation());
-    }
-  }
-  return orientations;
-}
-
-std::size_t programmedVlans(AgentHarness const& harness, Netcore::IntfId pw) {
-  std::size_t count = 0;
-  if (auto const status = harness.hwVplsPwDecapStatus()) {
-    forEachOfPseudowire(status->decapStatus(), pw,
-                        [&](Fab::VplsPwIntfVlanKey const&, Fab::NexthopIndex) { ++count; });
-  }
-  return count;
-}
-
-// A standby pseudowire has one decap entry, under its label and no inner tag.
-bool standbyEntryProgrammed(AgentHarness const& harness, Netcore::IntfId pw) {
-  auto const& decap = *harness.hwVplsPwDecapConfig;
-  if (!decap.decapLabelHas(pw)) {
-    return false;
-  }
-  auto const label = decap.decapLabel(pw);
-  return harness.mplsDecapConfig->configHas(
-             Hardware::MarlTunnel::MplsDecapInfoKey(label, Bridging::VlanIdOrNone(), 0)) &&
-         harness.decapLabelToPwIntfColl->labelToPwIntf(label) == pw;
-}
-
-std::string standbyStatus(AgentHarness const& harness, Netcore::IntfId pw) {
-  if (!harness.hwVplsPwDecapConfig->decapLabelHas(pw)) {
-    return "standby, waiting for label";
-  }
-  return standbyEntryProgrammed(harness, pw) ? "standby" : "standby, not programmed";
-}
-
-// A group under VXLAN asks for its orientation once it can: an instance-wide group with the
-// configuration, a group per VLAN domain with each VLAN.
-bool refusedUnderVxlan(AgentHarness const& harness, Netcore::IntfId pw,
-                       Fab::VplsPwIntfInfo const& info, bool hasVlans) {
-  bool const meshGroup = info.splitHorizon() && !info.groupName().empty();
-  bool const instanceWide =
-      info.vlanAware() || !Hardware::MarlTunnel::toggleMarlTunnelSplitHorizonGroupEnabled();
-  return harness.vtepTypeStatus->vxlanPresent() && meshGroup && (instanceWide || hasVlans) &&
-         !harness.hwVplsPwStatus->encapAdditionalIdHas(pw);
-}
-
 std::string summary(AgentHarness const& harness) {
   std::string agent = "stopped";
   if (harness.running()) {
@@ -191,7 +123,7 @@ std::string summary(AgentHarness const& harness) {
 std::string pseudowireSection(AgentHarness const& harness) {
   TextTable table(
       {"PW", "INSTANCE", "GROUP", "LABEL", "FLAGS", "VLAN:TAG", "ORIENT", "ADDL-ID", "STATUS"});
-  for (auto const pw : knownPseudowires(harness)) {
+  for (auto const pw : Host::knownPseudowires(harness)) {
     auto const info = harness.hwVplsPwConfig->vplsPwIntfInfo(pw);
     auto const& decap = *harness.hwVplsPwDecapConfig;
     std::vector<std::string> flags;
@@ -205,11 +137,11 @@ std::string pseudowireSection(AgentHarness const& harness) {
       flags.emplace_back("split-horizon");
     }
     std::vector<std::string> tags;
-    for (auto const& [vlan, tag] : vlanTags(harness, pw)) {
+    for (auto const& [vlan, tag] : Host::vlanTags(harness, pw)) {
       tags.push_back(std::to_string(vlan) + ":" + (tag == 0 ? "none" : std::to_string(tag)));
     }
     std::vector<std::string> orientations;
-    for (auto const orientation : orientationsOf(harness, pw)) {
+    for (auto const orientation : Host::orientationsOf(harness, pw)) {
       orientations.push_back(orientationText(orientation));
     }
     auto const& status = *harness.hwVplsPwStatus;
@@ -219,7 +151,7 @@ std::string pseudowireSection(AgentHarness const& harness) {
          orText(joined(flags, ",")), orText(joined(tags, ",")), orText(joined(orientations, ",")),
          status.encapAdditionalIdHas(pw) ? std::to_string(status.encapAdditionalId(pw).value())
                                          : kNone,
-         pseudowireStatus(harness, pw)});
+         Host::pseudowireStatus(harness, pw).words});
   }
   return section("Pseudowires", table);
 }
@@ -319,98 +251,6 @@ std::string showSection(std::vector<ShowRecord> const& shows) {
 }
 
 }  // namespace
-
-std::set<Netcore::IntfId> knownPseudowires(AgentHarness const& harness) {
-  std::set<Netcore::IntfId> pws;
-  for (auto const& [pw, info] : harness.hwVplsPwConfig->vplsPwIntfInfo()) {
-    pws.insert(pw);
-  }
-  auto const& decap = *harness.hwVplsPwDecapConfig;
-  for (auto const& [pw, label] : decap.decapLabel()) {
-    pws.insert(pw);
-  }
-  for (auto const& [key, tag] : decap.vlanTagInfo()) {
-    pws.insert(key.pwIntfId());
-  }
-  for (auto const& [pw, index] : decap.encapHwFecId()) {
-    pws.insert(pw);
-  }
-  if (harness.running()) {
-    for (auto const& [pw, record] : harness.decapSm().localPwInfo()) {
-      pws.insert(pw);
-    }
-  }
-  return pws;
-}
-
-std::string pseudowireStatus(AgentHarness const& harness, Netcore::IntfId pw) {
-  return pseudowireStatus(harness, pw, orientationsOf(harness, pw));
-}
-
-bool pseudowireKnown(AgentHarness const& harness, Netcore::IntfId pw) {
-  auto const& decap = *harness.hwVplsPwDecapConfig;
-  bool hasTags = false;
-  forEachOfPseudowire(
-      decap.vlanTagInfo(), pw,
-      [&](Fab::VplsPwIntfVlanKey const&, Bridging::VlanIdOrNone) { hasTags = true; });
-  return harness.hwVplsPwConfig->vplsPwIntfInfoHas(pw) || decap.decapLabelHas(pw) || hasTags ||
-         decap.encapHwFecIdHas(pw) || (harness.running() && harness.decapSm().localPwInfo(pw));
-}
-
-std::string pseudowireStatus(AgentHarness const& harness, Netcore::IntfId pw,
-                             std::vector<Orientation> const& orientations) {
-  if (!harness.running()) {
-    return "agent stopped";
-  }
-  auto const& pwConfig = *harness.hwVplsPwConfig;
-  auto const& decap = *harness.hwVplsPwDecapConfig;
-  if (!pwConfig.vplsPwIntfInfoHas(pw)) {
-    return "waiting for configuration";
-  }
-  auto const info = pwConfig.vplsPwIntfInfo(pw);
-  if (info.standby()) {
-    return standbyStatus(harness, pw);
-  }
-  if (std::find(orientations.begin(), orientations.end(), Orientation::orientationAllocFailed) !=
-      orientations.end()) {
-    return "orientation allocation failed";
-  }
-  auto const vlans = vlanTags(harness, pw).size();
-  auto const programmed = programmedVlans(harness, pw);
-  bool const complete = vlans > 0 && programmed == vlans;
-  if (harness.vtepTypeStatus->vxlanDciConfigured() && !complete) {
-    return "no split-horizon group under VXLAN DCI";
-  }
-  if (refusedUnderVxlan(harness, pw, info, vlans > 0)) {
-    return "split-horizon group refused under VXLAN";
-  }
-  auto const record = harness.decapSm().localPwInfo(pw);
-  if (decap.encapHwFecIdHas(pw) && record && !record->vplsInstanceName().empty() &&
-      !record->encapHwFecIdAvail()) {
-    return "FEC id arrived before instance (re-publish it)";
-  }
-  std::vector<std::string> missing;
-  if (!decap.decapLabelHas(pw)) {
-    missing.emplace_back("label");
-  }
-  if (vlans == 0) {
-    missing.emplace_back("VLAN tag info");
-  }
-  if (!decap.encapHwFecIdHas(pw)) {
-    missing.emplace_back("encap FEC id");
-  }
-  if (!missing.empty()) {
-    return "waiting for " + joined(missing, ", ");
-  }
-  if (complete) {
-    return "programmed";
-  }
-  if (programmed > 0) {
-    return "programmed for " + std::to_string(programmed) + " of " + std::to_string(vlans) +
-           " VLANs";
-  }
-  return "not programmed";
-}
 
 std::string textReport(AgentHarness const& harness, std::vector<LogRecord> const& logs,
                        std::vector<ShowRecord> const& shows) {

@@ -14,12 +14,12 @@
 #include "MarlTunnel/VplsSmWrapper.h"
 #include "VplsDecapVersion.h"
 #include "dblink/OutputRows.h"
+#include "host/TraceOptions.h"
 #include "sim/CommandLine.h"
 #include "sim/Scenario.h"
 #include "sim/ScenarioRunner.h"
 #include "sim/StateJson.h"
 #include "sim/TextReport.h"
-#include "sim/TraceOptions.h"
 
 namespace {
 
@@ -130,7 +130,7 @@ int runScenario(Sim::CommandLine const& line, Sim::Scenario scenario) {
   }
   // The outputs are rows of the state database, loaded as the agent loads what it finds; a row
   // that does not decode is left out, as the agent leaves it out.
-  options.outputLoader = [](Sim::AgentHarness& harness, std::vector<Sim::StateRow> const& rows) {
+  options.outputLoader = [](Host::AgentHarness& harness, std::vector<Host::StateRow> const& rows) {
     for (auto const& problem : DbLink::loadOutputRows(harness, rows)) {
       std::cerr << kProgram << ": output left out: " << problem << "\n";
     }
@@ -154,7 +154,7 @@ int main(int argc, char** argv) {
   Sim::CommandLine line;
   try {
     line = Sim::parseCommandLine(std::vector<std::string>(argv + 1, argv + argc));
-  } catch (Sim::UsageError const& e) {
+  } catch (Host::UsageError const& e) {
     return usageError(e.what());
   }
   if (line.mode == Sim::CommandLine::Mode::help) {
@@ -182,7 +182,7 @@ int main(int argc, char** argv) {
               << *scenario.truncatedAtLine - 1 << "\n";
   }
   try {
-    Sim::applyTraceOptions(line.flashlog, line.traceFile, line.traceLevel);
+    Host::applyTraceOptions(line.flashlog, line.traceFile, line.traceLevel);
   } catch (std::exception const& e) {
     std::cerr << kProgram << ": " << e.what() << "\n";
     return kExitUsage;

@@ -4,10 +4,8 @@
 
 #include <string>
 
-#include "Cog/Toggle.h"
-#include "Orb/AgentSocketHandlerSm.h"
 #include "Trace/Trace.h"
-#include "sim/PrivateDir.h"
+#include "host/PrivateDir.h"
 
 namespace Bench {
 namespace {
@@ -17,22 +15,26 @@ constexpr char const* kFacilities[] = {"MarlTunnel", "Orb"};
 
 }  // namespace
 
-BenchEnvironment::BenchEnvironment() : dir_(Sim::makePrivateDir("vpls-scale")) {
+BenchEnvironment::BenchEnvironment() : dir_(Host::makePrivateDir("vpls-scale")) {
   std::filesystem::create_directory(dir_ / "toggles");
-  ::setenv(Cog::kToggleDirEnv, (dir_ / "toggles").c_str(), 1);
   ::unsetenv(Trace::Duallog::kLevelsEnv);
   for (auto const* facility : kFacilities) {
     Trace::Duallog::levelDel(facility);
   }
   Trace::Flashlog::open(dir_ / "vpls-scale.flashlog");
-  Orb::AgentSocketHandlerSm::socketDirIs((dir_ / "sockets").string());
-  previousSink_ = Cog::logSinkIs([this](Cog::LogMessage const&, std::vector<std::string> const&,
-                                        std::string const&) { ++logMessages_; });
+}
+
+Host::AgentSettings BenchEnvironment::agentSettings(bool chipModel) {
+  Host::AgentSettings settings;
+  settings.chipModel = chipModel;
+  settings.socketDir = dir_ / "sockets";
+  settings.toggleDir = dir_ / "toggles";
+  settings.logSink = [this](Cog::LogMessage const&, std::vector<std::string> const&,
+                            std::string const&) { ++logMessages_; };
+  return settings;
 }
 
 BenchEnvironment::~BenchEnvironment() {
-  Cog::logSinkIs(std::move(previousSink_));
-  Orb::AgentSocketHandlerSm::socketDirIs("");
   std::error_code ec;
   std::filesystem::remove_all(dir_, ec);
 }

@@ -64,15 +64,13 @@ void expect(bool ok, PseudowireMix const& mix, std::string const& what) {
   }
 }
 
-// A fresh agent over wiped shared tables, without the chip model (see AgentOptions).
-std::unique_ptr<Sim::AgentHarness> freshAgent() {
+// A fresh agent over wiped shared tables, without the chip model (see Host::AgentSettings).
+std::unique_ptr<Host::AgentHarness> freshAgent(BenchEnvironment& environment) {
   Statedb::SharedTableManager::resetAllForTest();
-  Sim::AgentOptions options;
-  options.chipModel = false;
-  return std::make_unique<Sim::AgentHarness>(options);
+  return std::make_unique<Host::AgentHarness>(environment.agentSettings(false));
 }
 
-void checkProgrammed(Sim::AgentHarness const& agent, PseudowireMix const& mix) {
+void checkProgrammed(Host::AgentHarness const& agent, PseudowireMix const& mix) {
   auto const perVlan = std::uint64_t{mix.activePseudowires()} * mix.vlans();
   expect(agent.hwVplsPwDecapStatus()->decapStatus().size() == perVlan, mix,
          "not every pseudowire and VLAN is programmed");
@@ -82,7 +80,7 @@ void checkProgrammed(Sim::AgentHarness const& agent, PseudowireMix const& mix) {
   }
 }
 
-void checkEmpty(Sim::AgentHarness const& agent, PseudowireMix const& mix) {
+void checkEmpty(Host::AgentHarness const& agent, PseudowireMix const& mix) {
   auto const left = [&](char const* what, std::size_t size) {
     expect(size == 0, mix, std::to_string(size) + " " + what + " left after teardown");
   };
@@ -101,7 +99,7 @@ void checkEmpty(Sim::AgentHarness const& agent, PseudowireMix const& mix) {
   left("pseudowire records", records);
 }
 
-std::uint64_t decapShadowEntries(Sim::AgentHarness const& agent) {
+std::uint64_t decapShadowEntries(Host::AgentHarness const& agent) {
   using Table = Hardware::Marl::SemShadow::Table;
   return agent.semShadow->entries(Table::vplsDecap).size() +
          agent.semShadow->entries(Table::mplsDecap).size();
@@ -151,7 +149,7 @@ void print(char const* name, Timing const& timing, Timing const& floor, Timing c
               floor.seconds, hashFloor.seconds, static_cast<unsigned long long>(bytes));
 }
 
-void showCase(Sim::AgentHarness& agent, PseudowireMix const& mix) {
+void showCase(Host::AgentHarness& agent, PseudowireMix const& mix) {
   try {
     agent.chipModelIs(true);
   } catch (std::length_error const& e) {
@@ -171,8 +169,8 @@ void showCase(Sim::AgentHarness& agent, PseudowireMix const& mix) {
   agent.chipModelIs(false);
 }
 
-void programPart(PseudowireMix const& mix) {
-  auto const agent = freshAgent();
+void programPart(BenchEnvironment& environment, PseudowireMix const& mix) {
+  auto const agent = freshAgent(environment);
   agent->start();
   auto const program = timed([&] { mix.addAll(*agent); });
   checkProgrammed(*agent, mix);
@@ -192,16 +190,16 @@ void programPart(PseudowireMix const& mix) {
   print("teardown", teardown, erase, hashErase);
 }
 
-void showPart(PseudowireMix const& mix) {
-  auto const agent = freshAgent();
+void showPart(BenchEnvironment& environment, PseudowireMix const& mix) {
+  auto const agent = freshAgent(environment);
   agent->start();
   mix.addAll(*agent);
   checkProgrammed(*agent, mix);
   showCase(*agent, mix);
 }
 
-void startupPart(PseudowireMix const& mix) {
-  auto const agent = freshAgent();
+void startupPart(BenchEnvironment& environment, PseudowireMix const& mix) {
+  auto const agent = freshAgent(environment);
   mix.addAll(*agent);
   auto const startup = timed([&] { agent->start(); });
   checkProgrammed(*agent, mix);
@@ -212,13 +210,13 @@ void startupPart(PseudowireMix const& mix) {
 
 int runCaseChild(std::string const& part, std::uint32_t pseudowires, std::uint32_t vlans) {
   PseudowireMix const mix(pseudowires, vlans);
-  BenchEnvironment const environment;
+  BenchEnvironment environment;
   if (part == "program") {
-    programPart(mix);
+    programPart(environment, mix);
   } else if (part == "startup") {
-    startupPart(mix);
+    startupPart(environment, mix);
   } else if (part == "show") {
-    showPart(mix);
+    showPart(environment, mix);
   } else {
     throw std::invalid_argument("no case part '" + part + "'");
   }

@@ -102,7 +102,7 @@ std::unique_ptr<OutputFloor::Table> table(std::vector<Row> rows, Write write, Er
 
 }  // namespace
 
-OutputFloor::OutputFloor(Sim::AgentHarness const& harness) {
+OutputFloor::OutputFloor(Host::AgentHarness const& harness) {
   auto& h = harness;
   tables_.push_back(table<MplsDecapConfig>(
       rowsOf(h.mplsDecapConfig->config()),

@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "sim/AgentHarness.h"
+#include "host/AgentHarness.h"
 
 namespace Bench {
 
@@ -23,7 +23,7 @@ namespace Bench {
 // copy is not. Single-threaded.
 class OutputFloor {
  public:
-  explicit OutputFloor(Sim::AgentHarness const& harness);
+  explicit OutputFloor(Host::AgentHarness const& harness);
   ~OutputFloor();
   OutputFloor(OutputFloor const&) = delete;
   OutputFloor& operator=(OutputFloor const&) = delete;

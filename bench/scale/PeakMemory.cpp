@@ -41,11 +41,9 @@ MemoryFigure measurePeakMemory(std::uint32_t pseudowires, std::uint32_t vlans) {
 }
 int runMemoryChild(std::uint32_t pseudowires, std::uint32_t vlans) {
   PseudowireMix const mix(pseudowires, vlans);
-  BenchEnvironment const environment;
+  BenchEnvironment environment;
   Statedb::SharedTableManager::resetAllForTest();
-  Sim::AgentOptions options;
-  options.chipModel = false;
-  Sim::AgentHarness agent(options);
+  Host::AgentHarness agent(environment.agentSettings(false));
   agent.start();
   auto const baseline = statusBytes("VmRSS");
   mix.addAll(agent);

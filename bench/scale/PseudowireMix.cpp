@@ -113,7 +113,7 @@ Bridging::VlanIdOrNone PseudowireMix::tag(std::uint32_t v) const {
   return Bridging::VlanIdOrNone(kFirstTag + v);
 }
 
-void PseudowireMix::add(Sim::AgentHarness& harness, std::uint32_t n) const {
+void PseudowireMix::add(Host::AgentHarness& harness, std::uint32_t n) const {
   auto const pw = pwIntfId(n);
   harness.hwVplsPwConfig->vplsPwIntfInfoIs(pw, config(n));
   auto& decap = *harness.hwVplsPwDecapConfig;
@@ -124,7 +124,7 @@ void PseudowireMix::add(Sim::AgentHarness& harness, std::uint32_t n) const {
   decap.encapHwFecIdIs(pw, encapHwFecId(n));
 }
 
-void PseudowireMix::remove(Sim::AgentHarness& harness, std::uint32_t n) const {
+void PseudowireMix::remove(Host::AgentHarness& harness, std::uint32_t n) const {
   auto const pw = pwIntfId(n);
   auto& decap = *harness.hwVplsPwDecapConfig;
   for (std::uint32_t v = vlans_; v-- > 0;) {
@@ -135,13 +135,13 @@ void PseudowireMix::remove(Sim::AgentHarness& harness, std::uint32_t n) const {
   harness.hwVplsPwConfig->vplsPwIntfInfoDel(pw);
 }
 
-void PseudowireMix::addAll(Sim::AgentHarness& harness) const {
+void PseudowireMix::addAll(Host::AgentHarness& harness) const {
   for (std::uint32_t n = 1; n <= pseudowires_; ++n) {
     add(harness, n);
   }
 }
 
-void PseudowireMix::removeAll(Sim::AgentHarness& harness) const {
+void PseudowireMix::removeAll(Host::AgentHarness& harness) const {
   for (std::uint32_t n = 1; n <= pseudowires_; ++n) {
     remove(harness, n);
   }

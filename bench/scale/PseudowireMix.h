@@ -9,7 +9,7 @@
 #include "Hardware/AradIhpLifTable.h"
 #include "Netcore/IntfId.h"
 #include "Netcore/MplsLabel.h"
-#include "sim/AgentHarness.h"
+#include "host/AgentHarness.h"
 
 namespace Bench {
 
@@ -60,14 +60,14 @@ class PseudowireMix {
 
   // Writes pseudowire n's inputs as a pseudowire comes up: configuration, label, VLAN tag
   // infos, encapsulation HW FEC id.
-  void add(Sim::AgentHarness& harness, std::uint32_t n) const;
+  void add(Host::AgentHarness& harness, std::uint32_t n) const;
   // Deletes them again as a pseudowire goes down: VLAN tag infos from the last to the first,
   // FEC id, label, configuration. The last decap entry of a VLAN-aware pseudowire takes its
   // VTT2 entry with it under that entry's VLAN; removing the first VLAN last makes that the VLAN
   // the VTT2 entry was added under, so that nothing is left behind.
-  void remove(Sim::AgentHarness& harness, std::uint32_t n) const;
-  void addAll(Sim::AgentHarness& harness) const;
-  void removeAll(Sim::AgentHarness& harness) const;
+  void remove(Host::AgentHarness& harness, std::uint32_t n) const;
+  void addAll(Host::AgentHarness& harness) const;
+  void removeAll(Host::AgentHarness& harness) const;
 
  private:
   std::uint32_t pseudowires_;

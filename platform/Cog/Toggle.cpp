@@ -6,7 +6,9 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <mutex>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <system_error>
 
@@ -27,9 +29,37 @@ bool isPlainFileName(std::string_view file) {
          file.find('\0') == std::string_view::npos;
 }
 
+// The directory a host set for the process's agent, if any.
+struct ToggleDirSetting {
+  std::mutex mutex;
+  std::optional<std::filesystem::path> dir;
+};
+
+ToggleDirSetting& toggleDirSetting() {
+  static ToggleDirSetting setting;
+  return setting;
+}
+
 }  // namespace
 
+void toggleDirIs(std::filesystem::path dir) {
+  auto& setting = toggleDirSetting();
+  std::lock_guard lock(setting.mutex);
+  if (dir.empty()) {
+    setting.dir.reset();
+  } else {
+    setting.dir = std::move(dir);
+  }
+}
+
 std::filesystem::path toggleDir() {
+  {
+    auto& setting = toggleDirSetting();
+    std::lock_guard lock(setting.mutex);
+    if (setting.dir) {
+      return *setting.dir;
+    }
+  }
   char const* const env = std::getenv(kToggleDirEnv);
   return env != nullptr && *env != '\0' ? std::filesystem::path(env)
                                         : std::filesystem::path(kDefaultToggleDir);

@@ -8,8 +8,11 @@ namespace Cog {
 inline constexpr char kToggleDirEnv[] = "MARL_TOGGLE_DIR";
 inline constexpr char kDefaultToggleDir[] = "/etc/marl/toggles";
 
-// The directory toggle files are read from: MARL_TOGGLE_DIR when set and not empty, else
-// /etc/marl/toggles.
+// The directory toggle files are read from: what toggleDirIs() set, else MARL_TOGGLE_DIR when
+// set and not empty, else /etc/marl/toggles. toggleDirIs("") returns to the environment and the
+// default. An agent's host sets it once for the agent's life (its settings), so that no
+// environment variable is written inside a running process. Threading: safe from any thread.
+void toggleDirIs(std::filesystem::path dir);
 std::filesystem::path toggleDir();
 
 // The state of a feature toggle. Toggle files are JSON objects mapping toggle names to true or

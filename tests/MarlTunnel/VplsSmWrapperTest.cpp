@@ -11,7 +11,7 @@
 
 #include "Loom/Slab.h"
 #include "Orb/AgentSocketHandlerSm.h"
-#include "sim/AgentHarness.h"
+#include "host/AgentHarness.h"
 
 namespace Hardware::MarlTunnel::test {
 namespace {
@@ -36,7 +36,7 @@ class VplsSmWrapperTest : public ::testing::Test {
   }
 
   // One configured, fully programmed pseudowire.
-  static void program(Sim::AgentHarness& agent) {
+  static void program(Host::AgentHarness& agent) {
     agent.hwVplsPwConfig->vplsPwIntfInfoIs(
         pw(1),
         Fab::VplsPwIntfInfo(pw(1)).vplsInstanceNameIs("vpls1").groupNameIs("g").splitHorizonIs(
@@ -61,7 +61,7 @@ struct StartupRecorder : Fab::HwVplsPwDecapConfig::Reactor, TagPopPushConfig::Re
 };
 
 TEST_F(VplsSmWrapperTest, StartUpResetsStartupFlagsBeforeTheStateMachineExists) {
-  Sim::AgentHarness agent;
+  Host::AgentHarness agent;
   agent.hwVplsPwDecapConfig->startupSyncDoneIs(true);
   agent.hwVplsPwDecapConfig->restartDoneIs(true);
   agent.tagPopPushConfig->appIs(Marl::VtAppId::vplsPwTagPopPush, true);  // left by a previous run
@@ -104,9 +104,9 @@ TEST_F(VplsSmWrapperTest, CleanSlateFollowsTheHwFecIdResponseTable) {
   };
   for (auto const& c : {Case{0, true}, Case{3, false}}) {
     Statedb::SharedTableManager::resetAllForTest();
-    Sim::AgentOptions options;
-    options.hwFecIdResponses = c.responses;
-    Sim::AgentHarness agent(options);
+    Host::AgentSettings settings;
+    settings.hwFecIdResponses = c.responses;
+    Host::AgentHarness agent(settings);
     agent.start();
     SCOPED_TRACE(c.responses);
     EXPECT_EQ(agent.decapSm().startCleanSlate(), c.cleanSlate);
@@ -118,7 +118,7 @@ TEST_F(VplsSmWrapperTest, CleanSlateFollowsTheHwFecIdResponseTable) {
 TEST_F(VplsSmWrapperTest, StopClosesTheSocketDropsTheStateMachineAndWithdrawsNothing) {
   auto const& records = MarlVplsPwIntfInfo::allocationTracker();
   auto const liveBefore = records.live();
-  Sim::AgentHarness agent;
+  Host::AgentHarness agent;
   agent.start();
   program(agent);
   EXPECT_EQ(records.live(), liveBefore + 1);
@@ -141,7 +141,7 @@ TEST_F(VplsSmWrapperTest, StopClosesTheSocketDropsTheStateMachineAndWithdrawsNot
 }
 
 TEST_F(VplsSmWrapperTest, FailedStartUpLeavesNothingCreated) {
-  Sim::AgentHarness agent;
+  Host::AgentHarness agent;
   // Another user holds the LFIB table for writing, so the read-only mount of step 8 fails
   // after the decap state machine was created.
   agent.tables->mount("mpls/pseudowireLfib", "Mpls::LfibStatus", Statedb::MountMode::write);

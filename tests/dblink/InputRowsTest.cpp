@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "dblink/InputRows.h"
-#include "sim/Scenario.h"
+#include "host/InputChange.h"
 
 namespace DbLink::test {
 namespace {
@@ -131,8 +131,8 @@ TEST(InputRows, DecodeToTheRunnersOpsAndNameEveryProblem) {
     SCOPED_TRACE(c.key);
     auto const decoding = decodeInput(c.key, c.fields ? &*c.fields : nullptr);
     std::vector<std::string> ops;
-    for (auto const& op : decoding.ops) {
-      ops.push_back(Sim::describe(op));
+    for (auto const& op : decoding.changes) {
+      ops.push_back(Host::describe(op));
     }
     EXPECT_EQ(ops, c.ops);
     EXPECT_EQ(decoding.problem, c.problem);
@@ -141,8 +141,8 @@ TEST(InputRows, DecodeToTheRunnersOpsAndNameEveryProblem) {
 
 TEST(InputRows, AKeyOfAnotherTypeCountsAsAbsent) {
   auto const decoding = decodeWrongType("VPLS_DECAP_LABEL|Pseudowire7", "value of another type");
-  ASSERT_EQ(decoding.ops.size(), 1u);
-  EXPECT_EQ(Sim::describe(decoding.ops[0]), "del decapLabel Pseudowire7");
+  ASSERT_EQ(decoding.changes.size(), 1u);
+  EXPECT_EQ(Host::describe(decoding.changes[0]), "del decapLabel Pseudowire7");
   EXPECT_EQ(decoding.problem,
             "VPLS_DECAP_LABEL|Pseudowire7: holds a value of another type, not a hash; treated as "
             "absent");
@@ -158,10 +158,10 @@ TEST(InputRows, EverySetWrittenAsARowDecodesToItself) {
                               ? Fields{{"hwFecId", "5"}, {"globalInLif", "6"}}
                           : std::string(key).starts_with("VPLS_VLAN") ? Fields{{"tag", "7"}}
                                                                       : Fields{{"label", "8"}};
-    auto const op = decodeInput(key, &fields).ops.at(0);
+    auto const op = decodeInput(key, &fields).changes.at(0);
     auto const [rowKey, rowFields] = inputRow(op);
     EXPECT_EQ(rowKey, key);
-    EXPECT_EQ(Sim::describe(decodeInput(rowKey, &rowFields).ops.at(0)), Sim::describe(op));
+    EXPECT_EQ(Host::describe(decodeInput(rowKey, &rowFields).changes.at(0)), Host::describe(op));
   }
 }
 

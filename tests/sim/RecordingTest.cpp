@@ -27,13 +27,14 @@ std::string recordingOf(Scenario const& scenario) {
 void expectSameOp(Op const& back, Op const& op) {
   EXPECT_EQ(describe(back), describe(op));
   EXPECT_EQ(back.kind, op.kind);
-  EXPECT_EQ(back.table, op.table);
-  EXPECT_EQ(back.pw, op.pw);
-  EXPECT_EQ(back.vlan, op.vlan);
-  EXPECT_EQ(back.pwIntfInfo, op.pwIntfInfo);
-  EXPECT_EQ(back.number, op.number);
-  EXPECT_EQ(back.hwFecIndex, op.hwFecIndex);
-  EXPECT_EQ(back.flag, op.flag);
+  EXPECT_EQ(back.change.kind, op.change.kind);
+  EXPECT_EQ(back.change.table, op.change.table);
+  EXPECT_EQ(back.change.pw, op.change.pw);
+  EXPECT_EQ(back.change.vlan, op.change.vlan);
+  EXPECT_EQ(back.change.pwIntfInfo, op.change.pwIntfInfo);
+  EXPECT_EQ(back.change.number, op.change.number);
+  EXPECT_EQ(back.change.hwFecIndex, op.change.hwFecIndex);
+  EXPECT_EQ(back.change.flag, op.change.flag);
   EXPECT_EQ(back.showArgs, op.showArgs);
   EXPECT_EQ(back.comment, op.comment);
 }
@@ -204,7 +205,7 @@ TEST(RecordingRunner, LoadsTheOutputsBetweenTheBeforeOpsAndStartUp) {
 
   ScenarioRunner::Options options;
   std::vector<std::string> loaded;
-  options.outputLoader = [&](AgentHarness& harness, std::vector<StateRow> const& rows) {
+  options.outputLoader = [&](Host::AgentHarness& harness, std::vector<Host::StateRow> const& rows) {
     EXPECT_FALSE(harness.running());
     EXPECT_TRUE(harness.hwVplsPwDecapConfig->decapLabelHas(Netcore::IntfId::pseudowire(1)));
     for (auto const& row : rows) {

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "Netcore/IntfId.h"
+#include "host/PseudowireStatus.h"
 #include "sim/Scenario.h"
 #include "sim/ScenarioRunner.h"
 #include "sim/StateJson.h"
@@ -188,7 +189,8 @@ RestartResult restartOver(Settled const& settled, bool cleanSlate) {
     if (i == restartAt) {
       result.before = stateJson(runner.harness(), runner.logs());
       for (auto const& pw : settled.pws) {
-        auto const status = pseudowireStatus(runner.harness(), Netcore::IntfId::pseudowire(pw.n));
+        auto const status =
+            Host::pseudowireStatus(runner.harness(), Netcore::IntfId::pseudowire(pw.n)).words;
         if (status != (pw.standby ? "standby" : "programmed")) {
           result.unsettled.push_back(pw.name() + ": " + status);
         }

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "host/PseudowireStatus.h"
 #include "sim/Scenario.h"
 #include "sim/ScenarioRunner.h"
 #include "sim/StateJson.h"
@@ -46,8 +47,9 @@ TEST_P(PseudowireStatus, SaysWhatItIsWaitingFor) {
   ScenarioRunner runner(parseScenario(GetParam().scenario));
   auto const steps = runAll(runner);
   ASSERT_FALSE(steps.back().error) << *steps.back().error;
-  EXPECT_EQ(pseudowireStatus(runner.harness(), Netcore::IntfId::pseudowire(GetParam().pw)),
-            GetParam().status);
+  EXPECT_EQ(
+      Host::pseudowireStatus(runner.harness(), Netcore::IntfId::pseudowire(GetParam().pw)).words,
+      GetParam().status);
 }
 
 std::string events(std::string const& ops, std::string const& extra = "") {

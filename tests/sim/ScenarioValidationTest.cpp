@@ -190,8 +190,8 @@ TEST(Scenario, AcceptsEveryOpFormAndKeepsTheValues) {
             "flow-label");
   ASSERT_EQ(scenario.events.size(), 6u);
   EXPECT_EQ(describe(scenario.events[0]), "set vlanTagInfo Pseudowire1 vlan 4094 = 0");
-  EXPECT_EQ(scenario.events[1].hwFecIndex.hwFecId(), 4294967295u);
-  EXPECT_EQ(scenario.events[1].hwFecIndex.globalInLif(), 7u);
+  EXPECT_EQ(scenario.events[1].change.hwFecIndex.hwFecId(), 4294967295u);
+  EXPECT_EQ(scenario.events[1].change.hwFecIndex.globalInLif(), 7u);
   EXPECT_EQ(describe(scenario.events[2]), "set vxlanDciConfigured = true");
   EXPECT_EQ(scenario.events[2].comment, "c");
   EXPECT_EQ(scenario.events[3].showArgs, "");

@@ -40,7 +40,7 @@ TEST_P(SimCommandLineRefuses, WithOneMessage) {
   try {
     parseCommandLine(GetParam().args);
     FAIL() << "accepted";
-  } catch (UsageError const& e) {
+  } catch (Host::UsageError const& e) {
     EXPECT_EQ(e.what(), std::string(GetParam().message));
   }
 }

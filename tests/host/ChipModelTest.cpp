@@ -4,14 +4,14 @@
 
 #include <gtest/gtest.h>
 
-#include "sim/AgentHarness.h"
+#include "host/AgentHarness.h"
 
-namespace Sim::test {
+namespace Host::test {
 namespace {
 
 TEST(ChipModel, AttachingInstallsTheRequestsAndDetachingTakesThemOut) {
   Statedb::SharedTableManager::resetAllForTest();
-  AgentOptions options;
+  AgentSettings options;
   options.chipModel = false;
   AgentHarness agent(options);
   using Table = Hardware::Marl::SemShadow::Table;
@@ -45,4 +45,4 @@ TEST(ChipModel, AttachingInstallsTheRequestsAndDetachingTakesThemOut) {
 }
 
 }  // namespace
-}  // namespace Sim::test
+}  // namespace Host::test

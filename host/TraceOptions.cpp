@@ -1,9 +1,9 @@
-#include "sim/TraceOptions.h"
+#include "host/TraceOptions.h"
 
 #include "Trace/Duallog.h"
 #include "Trace/Flashlog.h"
 
-namespace Sim {
+namespace Host {
 
 void applyTraceOptions(std::optional<std::string> const& flashlog,
                        std::optional<std::string> const& traceFile, std::optional<int> traceLevel) {
@@ -18,4 +18,4 @@ void applyTraceOptions(std::optional<std::string> const& flashlog,
   }
 }
 
-}  // namespace Sim
+}  // namespace Host

@@ -10,7 +10,7 @@
 #include "Hardware/SemShadow.h"
 #include "Loom/Ptr.h"
 
-namespace Sim {
+namespace Host {
 
 // Plays the agents that turn MPLS decap requests into chip writes, so that the show command
 // reads back what the library programmed. Each request of `MplsDecapConfig` becomes table
@@ -63,4 +63,4 @@ class ChipModel {
   Reactor reactor_{*this};
 };
 
-}  // namespace Sim
+}  // namespace Host

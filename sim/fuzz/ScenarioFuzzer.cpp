@@ -1,4 +1,5 @@
-// Fuzzes the scenario file parser (sim/Scenario.h) with arbitrary text.
+// Fuzzes the scenario file parser (sim/Scenario.h) with arbitrary text. Built with the other
+// fuzz targets (fuzz/CMakeLists.txt); it lives with the runner it fuzzes.
 //
 // Properties: parseScenario either returns a scenario or raises ScenarioError, whose message
 // is one line; nothing else escapes. A scenario it returns holds only what the runner can
@@ -13,40 +14,43 @@
 
 #include "Bridging/VlanId.h"
 #include "Bridging/VlanIdOrNone.h"
-#include "FuzzCheck.h"
 #include "Netcore/MplsLabel.h"
+#include "fuzz/FuzzCheck.h"
 #include "sim/Scenario.h"
 
 namespace {
 
 // Builds the platform values the runner builds from the op; a range error is a failure.
-void requireApplicable(Sim::Op const& op) {
-  if (op.kind != Sim::OpKind::set && op.kind != Sim::OpKind::del) {
+void requireApplicable(Sim::Op const& scenarioOp) {
+  if (scenarioOp.kind != Sim::OpKind::change) {
     return;
   }
+  auto const& op = scenarioOp.change;
+  using Host::ChangeKind;
+  using Host::InputTable;
   try {
-    if (!Sim::isAttribute(op.table)) {
+    if (!Host::isAttribute(op.table)) {
       Fuzz::require(op.pw.isPseudowire(), "an op's key is not a pseudowire");
     }
-    if (op.table == Sim::Table::vlanTagInfo) {
+    if (op.table == InputTable::vlanTagInfo) {
       Bridging::VlanId const vlan(op.vlan);
-      if (op.kind == Sim::OpKind::set) {
+      if (op.kind == ChangeKind::set) {
         Bridging::VlanIdOrNone const tag(op.number);
         Fuzz::require(vlan.value() == op.vlan && tag.value() == op.number,
                       "a VLAN or a normalised tag does not fit");
       }
     }
-    if (op.table == Sim::Table::decapLabel && op.kind == Sim::OpKind::set) {
+    if (op.table == InputTable::decapLabel && op.kind == ChangeKind::set) {
       Fuzz::require(Netcore::MplsLabel(op.number).isLabel(), "a decap label is not a label");
     }
-    if (op.kind == Sim::OpKind::set && op.table == Sim::Table::vplsPwIntfInfo) {
+    if (op.kind == ChangeKind::set && op.table == InputTable::vplsPwIntfInfo) {
       Fuzz::require(op.pwIntfInfo.pwIntfId() == op.pw, "a configuration names another key");
     }
   } catch (std::exception const& e) {
     Fuzz::fail(std::string("a validated op does not build: ") + e.what() + " (" +
-               Sim::describe(op) + ")");
+               Sim::describe(scenarioOp) + ")");
   }
-  Fuzz::require(!Sim::describe(op).empty(), "an op without description");
+  Fuzz::require(!Sim::describe(scenarioOp).empty(), "an op without description");
 }
 
 }  // namespace
@@ -65,7 +69,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
   }
   Fuzz::require(scenario.meshGroups >= 1 && scenario.meshGroups <= 4, "mesh groups out of range");
   for (auto const& op : scenario.before) {
-    Fuzz::require(op.kind == Sim::OpKind::set || op.kind == Sim::OpKind::del,
+    Fuzz::require(op.kind == Sim::OpKind::change,
                   "an op before start-up that is not a set or a del");
     requireApplicable(op);
   }

@@ -1,8 +1,8 @@
-#include "sim/ChipModel.h"
+#include "host/ChipModel.h"
 
 #include <stdexcept>
 
-namespace Sim {
+namespace Host {
 
 using Hardware::Marl::Jericho2LifProfiles;
 using Hardware::Marl::SemShadow;
@@ -89,4 +89,4 @@ std::uint32_t ChipModel::takeLifIndex() {
   return nextLifIndex_++;
 }
 
-}  // namespace Sim
+}  // namespace Host

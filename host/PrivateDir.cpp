@@ -1,4 +1,4 @@
-#include "sim/PrivateDir.h"
+#include "host/PrivateDir.h"
 
 #include <stdlib.h>
 
@@ -6,7 +6,7 @@
 #include <string>
 #include <system_error>
 
-namespace Sim {
+namespace Host {
 
 std::filesystem::path makePrivateDir(std::string_view prefix) {
   std::string pattern =
@@ -18,4 +18,4 @@ std::filesystem::path makePrivateDir(std::string_view prefix) {
   return pattern;
 }
 
-}  // namespace Sim
+}  // namespace Host

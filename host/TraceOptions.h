@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-namespace Sim {
+namespace Host {
 
 // The tracing options that the runner and the agent daemon share: the Flashlog file, the file
 // that Duallog's text traces go to instead of stderr, and the level of the library's facility
@@ -11,4 +11,4 @@ namespace Sim {
 void applyTraceOptions(std::optional<std::string> const& flashlog,
                        std::optional<std::string> const& traceFile, std::optional<int> traceLevel);
 
-}  // namespace Sim
+}  // namespace Host

@@ -17,25 +17,10 @@
 #include "Orb/TaskSchedulerRoot.h"
 #include "Statedb/EntityManager.h"
 #include "Statedb/SharedTableManager.h"
-#include "sim/ChipModel.h"
+#include "host/AgentSettings.h"
+#include "host/ChipModel.h"
 
-namespace Sim {
-
-struct AgentOptions {
-  std::string agentName = "MarlTunnel";
-  // Mesh split-horizon slots per VLAN domain in the orientation allocator (1 to 4).
-  std::uint32_t meshGroups = 4;
-  // Entries in the shared HW FEC id response table at start: non-zero makes the agent start
-  // with clean slate false, as after an agent restart.
-  std::uint32_t hwFecIdResponses = 0;
-  // Whether the chip model turns decap requests into the table shadows from the start. Without
-  // it the requests stay requests, as in an agent whose chip programming runs elsewhere; its
-  // in-LIF table holds 131071 rows, fewer than the decap entries of the largest configurations.
-  bool chipModel = true;
-  // The scheduler the agent runs on, when its host made it before the agent (a daemon whose
-  // loop also carries its database connections); none: the harness makes its own.
-  Loom::Ptr<Orb::TaskSchedulerRoot> scheduler;
-};
+namespace Host {
 
 // Builds and runs the tunnel agent's VPLS side the way the agent does: it owns the state store
 // (the state-database entities at their paths and the agent's shared tables), the entities the
@@ -43,12 +28,14 @@ struct AgentOptions {
 // `VplsSmWrapper` and calls `initializeSms()`, `stop()` drops it, `restart()` does both. All of
 // the state store survives a restart, as shared state survives an agent restart.
 //
-// Tests, the scenario runner and the benchmarks use it, so that nothing hand-assembles the
-// wrapper's entities. Runs on one thread; the scheduler it owns becomes the process's root
-// scheduler while the harness lives.
+// Every host of the library (the scenario runner, the daemon, tests, benchmarks and fuzzers)
+// uses it, so that nothing hand-assembles the wrapper's entities. It puts the agent's settings
+// into effect while it lives and takes them back when it goes: its scheduler becomes the
+// process's root scheduler, and the socket directory, the toggle directory and the log sink are
+// the agent's. So one harness at a time per process. Runs on one thread.
 class AgentHarness {
  public:
-  explicit AgentHarness(AgentOptions options = {});
+  explicit AgentHarness(AgentSettings settings = {});
   ~AgentHarness();
   AgentHarness(AgentHarness const&) = delete;
   AgentHarness& operator=(AgentHarness const&) = delete;
@@ -58,7 +45,7 @@ class AgentHarness {
   void restart();
   bool running() const noexcept { return static_cast<bool>(wrapper_); }
 
-  AgentOptions const& options() const noexcept { return options_; }
+  AgentSettings const& settings() const noexcept { return settings_; }
   Hardware::MarlTunnel::VplsSmWrapper& wrapper() const { return *wrapper_; }
   Hardware::MarlTunnel::MarlVplsPwIntfDecapSm& decapSm() const;
 
@@ -108,13 +95,15 @@ class AgentHarness {
 
  private:
   void publishStateDb();
+  void applySettings();
 
-  AgentOptions options_;
+  AgentSettings settings_;
   Orb::TaskSchedulerRoot* previousRoot_;
+  Cog::LogSink previousSink_;
   Loom::Ptr<Hardware::MarlTunnel::VplsSmWrapper> wrapper_;
   // Turns the decap requests into the chip shadows that the show command reads; null while
   // detached.
   std::unique_ptr<ChipModel> chipModel_;
 };
 
-}  // namespace Sim
+}  // namespace Host

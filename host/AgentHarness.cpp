@@ -1,20 +1,23 @@
-#include "sim/AgentHarness.h"
+#include "host/AgentHarness.h"
 
+#include "Cog/Toggle.h"
 #include "Fab/EvpnVplsInteropStatus.h"
 #include "Fab/FecIdToHwFecIdResponse.h"
 #include "Fab/HwVplsMactConfig.h"
+#include "MarlTunnel/detail/SplitHorizonToggleForTest.h"
 #include "Mpls/Api/LabelManagerStatus.h"
+#include "Orb/AgentSocketHandlerSm.h"
 #include "Pseudowire/VplsForwardingStatus.h"
 
-namespace Sim {
+namespace Host {
 
 using namespace Hardware::MarlTunnel;
 
-AgentHarness::AgentHarness(AgentOptions options)
-    : entityManager(Statedb::EntityManager::EntityManagerIs(options.agentName)),
-      tables(Statedb::SharedTableManager::forAgent(options.agentName)),
-      scheduler(options.scheduler ? options.scheduler
-                                  : Orb::TaskSchedulerRoot::TaskSchedulerRootIs()),
+AgentHarness::AgentHarness(AgentSettings settings)
+    : entityManager(Statedb::EntityManager::EntityManagerIs(settings.agentName)),
+      tables(Statedb::SharedTableManager::forAgent(settings.agentName)),
+      scheduler(settings.scheduler ? settings.scheduler
+                                   : Orb::TaskSchedulerRoot::TaskSchedulerRootIs()),
       hwVplsPwConfig(Fab::HwVplsPwConfig::HwVplsPwConfigIs()),
       hwVplsPwDecapConfig(Fab::HwVplsPwDecapConfig::HwVplsPwDecapConfigIs()),
       vtepTypeStatus(VtepTypeStatus::VtepTypeStatusIs()),
@@ -33,7 +36,7 @@ AgentHarness::AgentHarness(AgentOptions options)
       lifProfileOrientationConfig(LifProfileOrientationConfig::LifProfileOrientationConfigIs()),
       lifProfileOrientationStatus(LifProfileOrientationStatus::LifProfileOrientationStatusIs()),
       lifProfileOrientationAllocSm(LifProfileOrientationAllocSm::LifProfileOrientationAllocSmIs(
-          lifProfileOrientationConfig, lifProfileOrientationStatus, options.meshGroups)),
+          lifProfileOrientationConfig, lifProfileOrientationStatus, settings.meshGroups)),
       intfToLifProfileOrientationKeyMap(
           IntfToLifProfileOrientationKeyMap::IntfToLifProfileOrientationKeyMapIs()),
       vplsHwCollectionStatus(Fab::VplsHwCollectionStatus::VplsHwCollectionStatusIs()),
@@ -42,16 +45,42 @@ AgentHarness::AgentHarness(AgentOptions options)
       startupStageStatus(StartupStageStatus::StartupStageStatusIs()),
       vplsPwIntfAdditionalDataMap(
           Fab::VplsPwIntfAdditionalDataMap::VplsPwIntfAdditionalDataMapIs()),
-      options_(std::move(options)),
+      settings_(std::move(settings)),
       previousRoot_(Orb::TaskSchedulerRoot::root()) {
-  Orb::TaskSchedulerRoot::rootIs(scheduler.get());
+  applySettings();
   publishStateDb();
-  chipModelIs(options_.chipModel);
+  chipModelIs(settings_.chipModel);
 }
 
 AgentHarness::~AgentHarness() {
   stop();
+  chipModelIs(false);
+  if (settings_.logSink) {
+    Cog::logSinkIs(std::move(previousSink_));
+  }
+  if (settings_.socketDir) {
+    Orb::AgentSocketHandlerSm::socketDirIs("");
+  }
+  if (settings_.toggleDir) {
+    Cog::toggleDirIs({});
+    Hardware::MarlTunnel::detail::resetSplitHorizonToggleCacheForTest();
+  }
   Orb::TaskSchedulerRoot::rootIs(previousRoot_);
+}
+
+void AgentHarness::applySettings() {
+  Orb::TaskSchedulerRoot::rootIs(scheduler.get());
+  if (settings_.socketDir) {
+    Orb::AgentSocketHandlerSm::socketDirIs(settings_.socketDir->string());
+  }
+  if (settings_.toggleDir) {
+    Cog::toggleDirIs(*settings_.toggleDir);
+    // A new agent process reads its toggles on first use.
+    Hardware::MarlTunnel::detail::resetSplitHorizonToggleCacheForTest();
+  }
+  if (settings_.logSink) {
+    previousSink_ = Cog::logSinkIs(settings_.logSink);
+  }
 }
 
 void AgentHarness::publishStateDb() {
@@ -64,9 +93,9 @@ void AgentHarness::publishStateDb() {
                           Fab::HwVplsMactConfig::HwVplsMactConfigIs());
   entityManager->entityIs("vpls/pseudowire/forwardingStatus",
                           Pseudowire::VplsForwardingStatus::VplsForwardingStatusIs());
-  if (options_.hwFecIdResponses > 0 && !tables->table("fab/vpls/l2UcastHwFecIdResponse")) {
+  if (settings_.hwFecIdResponses > 0 && !tables->table("fab/vpls/l2UcastHwFecIdResponse")) {
     auto const responses = Fab::FecIdToHwFecIdResponse::FecIdToHwFecIdResponseIs();
-    for (std::uint32_t i = 0; i < options_.hwFecIdResponses; ++i) {
+    for (std::uint32_t i = 0; i < settings_.hwFecIdResponses; ++i) {
       responses->hwFecIdResponseIs(i + 1, Fab::NexthopIndex(0x1000 + i, 0x2000 + i));
     }
     tables->tableIs("fab/vpls/l2UcastHwFecIdResponse", responses);
@@ -114,4 +143,4 @@ Loom::Ptr<Fab::HwVplsPwDecapStatus> AgentHarness::hwVplsPwDecapStatus() const {
   return wrapper_ ? wrapper_->hwVplsPwDecapStatus() : nullptr;
 }
 
-}  // namespace Sim
+}  // namespace Host
