@@ -11,8 +11,8 @@
 #include "Cog/Toggle.h"
 #include "agent/DecapAgent.h"
 #include "dblink/InputRows.h"
-#include "dblink/OutputRows.h"
 #include "host/InputWriter.h"
+#include "host/OutputRows.h"
 
 namespace VplsAgent {
 namespace {
@@ -160,7 +160,7 @@ void DecapAgent::startWrapper(StateSnapshot const& found) {
       }
     }
   }
-  for (auto const& problem : DbLink::loadOutputRows(*harness_, found.outputs)) {
+  for (auto const& problem : Host::loadOutputRows(*harness_, found.outputs)) {
     say("output left out: " + problem);
   }
   if (found.agentStatus) {
@@ -220,7 +220,7 @@ std::size_t DecapAgent::writeDifferences(StateSnapshot& found) {
   std::unordered_set<std::string> wrongType(found.wrongTypeOutputs.begin(),
                                             found.wrongTypeOutputs.end());
   // What memory has is taken out of what was found; what stays there is gone from memory.
-  DbLink::forEachOutputRow(*harness_, [&](std::string&& key, Fields&& fields) {
+  Host::forEachOutputRow(*harness_, [&](std::string&& key, Fields&& fields) {
     auto const held = found.outputs.find(key);
     bool const present = held != found.outputs.end();
     bool const otherType = wrongType.erase(key) > 0;
@@ -238,7 +238,7 @@ std::size_t DecapAgent::writeDifferences(StateSnapshot& found) {
     batch.del(key);
   }
   tracker_->forgetNotes();
-  tracker_->derivedRowsFound(found.pwStatuses, DbLink::smStatusRow(*harness_).fields);
+  tracker_->derivedRowsFound(found.pwStatuses);
   for (auto& row : tracker_->take()) {
     if (row.fields) {
       batch.hset(row.key, *row.fields);

@@ -7,8 +7,7 @@
 namespace VplsAgent {
 namespace {
 
-using Hardware::MarlTunnel::EsemConfigKeyVpls;
-using Hardware::MarlTunnel::EvecProfileKey;
+using DbLink::Fields;
 using Hardware::MarlTunnel::LifProfileOrientationKey;
 using Hardware::MarlTunnel::MplsDecapInfoKey;
 using Hardware::MarlTunnel::Orientation;
@@ -49,85 +48,35 @@ struct AdditionalIdWatch final : KeyWatch<Fab::HwVplsPwStatus, Netcore::IntfId> 
   using KeyWatch::KeyWatch;
   void onEncapAdditionalId(Netcore::IntfId const& key) override { noted(key); }
 };
-struct AdditionalDataWatch final : KeyWatch<Fab::VplsPwIntfAdditionalDataMap, Fab::VplsIntfKey> {
-  using KeyWatch::KeyWatch;
-  void onAdditionalDataMap(Fab::VplsIntfKey const& key) override { noted(key); }
-};
-struct LpoRequestWatch final
-    : KeyWatch<Hardware::MarlTunnel::LifProfileOrientationConfig, LifProfileOrientationKey> {
-  using KeyWatch::KeyWatch;
-  void onLpoRequest(LifProfileOrientationKey const& key) override { noted(key); }
-};
 struct LpoResponseWatch final
     : KeyWatch<Hardware::MarlTunnel::LifProfileOrientationStatus, LifProfileOrientationKey> {
   using KeyWatch::KeyWatch;
   void onLpoResponse(LifProfileOrientationKey const& key) override { noted(key); }
 };
-struct IntfToLpoKeyWatch final
-    : KeyWatch<Hardware::MarlTunnel::IntfToLifProfileOrientationKeyMap, Netcore::IntfId> {
-  using KeyWatch::KeyWatch;
-  void onLifProfileOrientationKey(Netcore::IntfId const& key) override { noted(key); }
-};
-struct EsemWatch final : KeyWatch<Hardware::MarlTunnel::EsemConfigVpls, EsemConfigKeyVpls> {
-  using KeyWatch::KeyWatch;
-  void onEsemConfig(EsemConfigKeyVpls const& key) override { noted(key); }
-};
-struct AppWatch final : KeyWatch<Hardware::MarlTunnel::TagPopPushConfig, Hardware::Marl::VtAppId> {
-  using KeyWatch::KeyWatch;
-  void onApp(Hardware::Marl::VtAppId const& key) override { noted(key); }
-};
-struct EvecWatch final : KeyWatch<Hardware::MarlTunnel::EvecProfileRequestDir, EvecProfileKey> {
-  using KeyWatch::KeyWatch;
-  void onEvecProfileRequest(EvecProfileKey const& key) override { noted(key); }
-};
-
-// Each key once, in key order.
-template <class Key>
-std::vector<Key> distinct(std::vector<Key>& keys) {
-  std::sort(keys.begin(), keys.end());
-  keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
-  return std::exchange(keys, {});
-}
 
 }  // namespace
 
 OutputTracker::OutputTracker(Host::AgentHarness& harness) : harness_(harness) {
   auto& h = harness_;
-  auto const note = [](auto& keys) { return [&keys](auto const& key) { keys.push_back(key); }; };
-  subscriptions_.push_back(
-      std::make_unique<MplsDecapWatch>(*h.mplsDecapConfig, [this](MplsDecapInfoKey const& key) {
-        mplsDecap_.push_back(key);
-        noteLabel(key.label());
-      }));
-  subscriptions_.push_back(std::make_unique<LabelWatch>(*h.decapLabelToPwIntfColl,
-                                                        [this](Netcore::MplsLabel const& label) {
-                                                          labels_.push_back(label);
-                                                          noteLabel(label);
-                                                        }));
+  for (auto const* table : Host::outputTables()) {
+    if (auto watch = table->watch(h)) {
+      watches_.push_back(std::move(watch));
+    } else {
+      smStatusTable_ = table;
+    }
+  }
+  subscriptions_.push_back(std::make_unique<MplsDecapWatch>(
+      *h.mplsDecapConfig, [this](MplsDecapInfoKey const& key) { noteLabel(key.label()); }));
+  subscriptions_.push_back(std::make_unique<LabelWatch>(
+      *h.decapLabelToPwIntfColl, [this](Netcore::MplsLabel const& label) { noteLabel(label); }));
   subscriptions_.push_back(std::make_unique<DecapStatusWatch>(
-      *h.hwVplsPwDecapStatus(), [this](Fab::VplsPwIntfVlanKey const& key) {
-        decapStatus_.push_back(key);
-        dirtyPws_.insert(key.pwIntfId());
-      }));
-  subscriptions_.push_back(
-      std::make_unique<AdditionalIdWatch>(*h.hwVplsPwStatus, [this](Netcore::IntfId const& pw) {
-        additionalIds_.push_back(pw);
-        dirtyPws_.insert(pw);
-      }));
-  subscriptions_.push_back(
-      std::make_unique<AdditionalDataWatch>(*h.vplsPwIntfAdditionalDataMap, note(additionalData_)));
-  subscriptions_.push_back(
-      std::make_unique<LpoRequestWatch>(*h.lifProfileOrientationConfig, note(lpoRequests_)));
+      *h.hwVplsPwDecapStatus(),
+      [this](Fab::VplsPwIntfVlanKey const& key) { dirtyPws_.insert(key.pwIntfId()); }));
+  subscriptions_.push_back(std::make_unique<AdditionalIdWatch>(
+      *h.hwVplsPwStatus, [this](Netcore::IntfId const& pw) { dirtyPws_.insert(pw); }));
   subscriptions_.push_back(std::make_unique<LpoResponseWatch>(
-      *h.lifProfileOrientationStatus, [this](LifProfileOrientationKey const& key) {
-        lpoResponses_.push_back(key);
-        noteOrientation(key);
-      }));
-  subscriptions_.push_back(std::make_unique<IntfToLpoKeyWatch>(*h.intfToLifProfileOrientationKeyMap,
-                                                               note(intfToLpoKeys_)));
-  subscriptions_.push_back(std::make_unique<EsemWatch>(*h.esemConfigVpls, note(esem_)));
-  subscriptions_.push_back(std::make_unique<AppWatch>(*h.tagPopPushConfig, note(apps_)));
-  subscriptions_.push_back(std::make_unique<EvecWatch>(*h.evecProfileRequestDir, note(evec_)));
+      *h.lifProfileOrientationStatus,
+      [this](LifProfileOrientationKey const& key) { noteOrientation(key); }));
 
   for (auto const& [label, pw] : h.decapLabelToPwIntfColl->labelToPwIntf()) {
     labelOwners_[label.value()] = pw;
@@ -138,6 +87,14 @@ OutputTracker::OutputTracker(Host::AgentHarness& harness) : harness_(harness) {
 }
 
 OutputTracker::~OutputTracker() = default;
+
+Host::RowUpdate OutputTracker::smStatusRow() const {
+  Host::RowUpdate row;
+  smStatusTable_->forEachRow(harness_, [&](std::string&& key, Fields&& fields) {
+    row = Host::RowUpdate{std::move(key), std::move(fields)};
+  });
+  return row;
+}
 
 void OutputTracker::noteLabel(Netcore::MplsLabel label) {
   auto const& owners = harness_.decapLabelToPwIntfColl->labelToPwIntf();
@@ -184,48 +141,25 @@ std::vector<Orientation> OutputTracker::orientationsOf(Netcore::IntfId pw) const
   return orientations;
 }
 
-void OutputTracker::derivedRowsFound(std::unordered_map<Netcore::IntfId, std::string> pwStatuses,
-                                     std::optional<DbLink::Fields> smStatus) {
+void OutputTracker::derivedRowsFound(std::unordered_map<Netcore::IntfId, std::string> pwStatuses) {
   pwStatuses_ = std::move(pwStatuses);
-  smStatus_ = std::move(smStatus);
+  smStatus_ = smStatusRow().fields;
   allPwsDirty_ = true;
 }
 
 void OutputTracker::forgetNotes() {
-  mplsDecap_.clear();
-  labels_.clear();
-  decapStatus_.clear();
-  additionalIds_.clear();
-  additionalData_.clear();
-  lpoRequests_.clear();
-  lpoResponses_.clear();
-  intfToLpoKeys_.clear();
-  esem_.clear();
-  apps_.clear();
-  evec_.clear();
+  for (auto& watch : watches_) {
+    watch->forget();
+  }
 }
 
-std::vector<DbLink::OutputRow> OutputTracker::take() {
-  auto const& h = harness_;
-  std::vector<DbLink::OutputRow> rows;
-  auto const add = [&](auto& keys, auto const& rowOf) {
-    for (auto const& key : distinct(keys)) {
-      rows.push_back(rowOf(h, key));
-    }
-  };
-  add(mplsDecap_, DbLink::mplsDecapConfigRow);
-  add(labels_, DbLink::labelToPwIntfRow);
-  add(decapStatus_, DbLink::decapStatusRow);
-  add(additionalIds_, DbLink::encapAdditionalIdRow);
-  add(additionalData_, DbLink::additionalDataRow);
-  add(lpoRequests_, DbLink::lpoRequestRow);
-  add(lpoResponses_, DbLink::lpoResponseRow);
-  add(intfToLpoKeys_, DbLink::intfToLpoKeyRow);
-  add(esem_, DbLink::esemConfigRow);
-  add(apps_, DbLink::tagPopPushAppRow);
-  add(evec_, DbLink::evecProfileRequestRow);
+std::vector<Host::RowUpdate> OutputTracker::take() {
+  std::vector<Host::RowUpdate> rows;
+  for (auto& watch : watches_) {
+    watch->take(rows);
+  }
   takePseudowireStatuses(rows);
-  auto sm = DbLink::smStatusRow(h);
+  auto sm = smStatusRow();
   if (sm.fields != smStatus_) {
     smStatus_ = sm.fields;
     rows.push_back(std::move(sm));
@@ -233,7 +167,7 @@ std::vector<DbLink::OutputRow> OutputTracker::take() {
   return rows;
 }
 
-void OutputTracker::takePseudowireStatuses(std::vector<DbLink::OutputRow>& rows) {
+void OutputTracker::takePseudowireStatuses(std::vector<Host::RowUpdate>& rows) {
   if (allPwsDirty_) {
     // Every pseudowire that has a status in the database or could have one now.
     for (auto const& [pw, status] : pwStatuses_) {
@@ -261,7 +195,11 @@ void OutputTracker::takePseudowireStatuses(std::vector<DbLink::OutputRow>& rows)
     } else {
       pwStatuses_.erase(held);
     }
-    rows.push_back(DbLink::pwStatusRow(pw, std::move(status)));
+    Host::RowUpdate row{DbLink::joinKey({DbLink::kPwStatus, pw.toString()}), std::nullopt};
+    if (status) {
+      row.fields = Fields{{std::string(DbLink::kStatusField), std::move(*status)}};
+    }
+    rows.push_back(std::move(row));
   }
 }
 

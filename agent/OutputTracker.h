@@ -18,8 +18,9 @@
 #include "Hardware/LifProfileOrientationStatus.h"
 #include "Hardware/MplsDecapConfig.h"
 #include "Hardware/TagPopPushConfig.h"
-#include "dblink/OutputRows.h"
+#include "dblink/KeyLayout.h"
 #include "host/AgentHarness.h"
+#include "host/OutputTable.h"
 
 namespace VplsAgent {
 
@@ -30,9 +31,9 @@ class OutputSubscription {
 };
 
 // Collects what changes in the agent's outputs between two writes to the state database: it
-// subscribes to every output entity of a running harness and notes each notified key, and it
-// notes the pseudowires whose status may have changed. take() turns the notes into rows (the
-// element's current hash, or none for an element that is gone) and forgets them.
+// watches every output table of a running harness (host/OutputTable.h), which notes each
+// notified key, and it notes the pseudowires whose status may have changed. take() turns the notes
+// into rows (the element's current hash, or none for an element that is gone) and forgets them.
 //
 // It also keeps what the database holds of the derived rows it writes itself: the pseudowire
 // statuses and the state-machine status, so that those are only written when they change.
@@ -50,10 +51,10 @@ class OutputTracker {
   void pseudowireTouched(Netcore::IntfId pw) { dirtyPws_.insert(pw); }
   void allPseudowiresTouched() { allPwsDirty_ = true; }
 
-  // What the database holds of the derived rows, as read at (re)synchronisation: the status
-  // text per pseudowire and the state-machine status hash. Marks every pseudowire touched.
-  void derivedRowsFound(std::unordered_map<Netcore::IntfId, std::string> pwStatuses,
-                        std::optional<DbLink::Fields> smStatus);
+  // What the database holds of the pseudowire statuses, as read at (re)synchronisation, after
+  // every other output row (the state-machine status among them) has been written. Marks every
+  // pseudowire touched.
+  void derivedRowsFound(std::unordered_map<Netcore::IntfId, std::string> pwStatuses);
 
   // Forgets the keys noted so far (a full comparison with the database has covered them).
   void forgetNotes();
@@ -61,27 +62,21 @@ class OutputTracker {
   // The rows to write since the last take(): changed output elements, then the pseudowire
   // statuses and the state-machine status that differ from what the database holds (which
   // they then are taken to hold).
-  std::vector<DbLink::OutputRow> take();
+  std::vector<Host::RowUpdate> take();
 
  private:
   void noteLabel(Netcore::MplsLabel label);
   void noteOrientation(Hardware::MarlTunnel::LifProfileOrientationKey const& key);
-  void takePseudowireStatuses(std::vector<DbLink::OutputRow>& rows);
+  void takePseudowireStatuses(std::vector<Host::RowUpdate>& rows);
   std::vector<Hardware::MarlTunnel::Orientation> orientationsOf(Netcore::IntfId pw) const;
+  // The state-machine status as a row.
+  Host::RowUpdate smStatusRow() const;
 
   Host::AgentHarness& harness_;
-  // Keys notified since the last take(), per output table.
-  std::vector<Hardware::MarlTunnel::MplsDecapInfoKey> mplsDecap_;
-  std::vector<Netcore::MplsLabel> labels_;
-  std::vector<Fab::VplsPwIntfVlanKey> decapStatus_;
-  std::vector<Netcore::IntfId> additionalIds_;
-  std::vector<Fab::VplsIntfKey> additionalData_;
-  std::vector<Hardware::MarlTunnel::LifProfileOrientationKey> lpoRequests_;
-  std::vector<Hardware::MarlTunnel::LifProfileOrientationKey> lpoResponses_;
-  std::vector<Netcore::IntfId> intfToLpoKeys_;
-  std::vector<Hardware::MarlTunnel::EsemConfigKeyVpls> esem_;
-  std::vector<Hardware::Marl::VtAppId> apps_;
-  std::vector<Hardware::MarlTunnel::EvecProfileKey> evec_;
+  // The keys notified since the last take(), one watch per output table whose entity notifies.
+  std::vector<std::unique_ptr<Host::TableWatch>> watches_;
+  // The state-machine status table, whose row is compared at each take().
+  Host::OutputTable const* smStatusTable_ = nullptr;
 
   std::unordered_set<Netcore::IntfId> dirtyPws_;
   bool allPwsDirty_ = true;
@@ -94,7 +89,7 @@ class OutputTracker {
   // What the database holds of the derived rows.
   std::unordered_map<Netcore::IntfId, std::string> pwStatuses_;
   std::optional<DbLink::Fields> smStatus_;
-  // The subscriptions, one per output entity.
+  // The subscriptions that follow what the pseudowire statuses depend on.
   std::vector<std::unique_ptr<OutputSubscription>> subscriptions_;
 };
 

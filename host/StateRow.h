@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -14,6 +15,12 @@ using Fields = std::vector<std::pair<std::string, std::string>>;
 struct StateRow {
   std::string key;
   Fields fields;
+};
+
+// What to write of one element: its key and its current hash, none when it is gone.
+struct RowUpdate {
+  std::string key;
+  std::optional<Fields> fields;
 };
 
 }  // namespace Host

@@ -13,7 +13,7 @@
 
 #include "MarlTunnel/VplsSmWrapper.h"
 #include "VplsDecapVersion.h"
-#include "dblink/OutputRows.h"
+#include "host/OutputRows.h"
 #include "host/TraceOptions.h"
 #include "sim/CommandLine.h"
 #include "sim/Scenario.h"
@@ -131,7 +131,7 @@ int runScenario(Sim::CommandLine const& line, Sim::Scenario scenario) {
   // The outputs are rows of the state database, loaded as the agent loads what it finds; a row
   // that does not decode is left out, as the agent leaves it out.
   options.outputLoader = [](Host::AgentHarness& harness, std::vector<Host::StateRow> const& rows) {
-    for (auto const& problem : DbLink::loadOutputRows(harness, rows)) {
+    for (auto const& problem : Host::loadOutputRows(harness, rows)) {
       std::cerr << kProgram << ": output left out: " << problem << "\n";
     }
   };
