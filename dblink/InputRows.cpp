@@ -4,26 +4,17 @@
 #include <array>
 #include <optional>
 
-#include "Bridging/VlanId.h"
 #include "Loom/RangeError.h"
-#include "Netcore/MplsLabel.h"
+#include "host/InputTables.h"
 
 namespace DbLink {
 namespace {
 
-using Op = Host::InputChange;
 using Host::ChangeKind;
-using Table = Host::InputTable;
-
-constexpr std::uint64_t kMaxU32 = 0xffffffffu;
-constexpr std::uint64_t kMaxVlan = 4094;
-// Instance and group names: enough for any name a configuration holds, and a bound on what a
-// name costs in every key and log line that carries it.
-constexpr std::size_t kMaxNameLength = 255;
-
-constexpr std::array<std::string_view, 7> kPwIntfInfoFields{
-    "vplsInstanceName", "groupName",   "splitHorizon", "standby",
-    "vlanAware",        "controlWord", "flowLabel"};
+using Host::ColumnKind;
+using Host::InputChange;
+using Host::InputColumn;
+using Host::InputTableDescription;
 
 // A bad element: the problem, phrased for one log line.
 struct BadInput {
@@ -109,211 +100,161 @@ Netcore::IntfId pseudowire(std::string_view segment) {
                  " is not an interface name (expected Pseudowire<1..65535>)"};
 }
 
-std::uint64_t number(std::string_view field, std::string_view text, std::uint64_t min,
-                     std::uint64_t max) {
-  auto const value = readNumber(text, max);
-  if (!value || *value < min) {
-    throw BadInput{"field " + std::string(field) + ": " + shownText(text) +
-                   " is not a number from " + std::to_string(min) + " to " + std::to_string(max)};
+// A key segment: an interface name, or a number in its plain decimal form without leading
+// zeros (one element, one key).
+void readKeyColumn(InputColumn const& column, std::string_view segment, InputChange& change) {
+  if (column.kind == ColumnKind::pw) {
+    column.set(change, pseudowire(segment).toString());
+    return;
   }
-  return *value;
+  auto const value = readNumber(segment, column.max);
+  if (!value || *value < column.min || numberText(*value) != segment) {
+    throw BadInput{"the key does not parse: " + shownText(segment) + " is not a " +
+                   std::string(column.name) + " from " + std::to_string(column.min) + " to " +
+                   std::to_string(column.max) + " in plain decimal"};
+  }
+  column.set(change, *value);
 }
 
-bool boolean(std::string_view field, std::string_view text) {
-  if (auto const value = readBool(text)) {
-    return *value;
-  }
-  throw BadInput{"field " + std::string(field) + ": " + shownText(text) +
-                 " is not a boolean (true or false)"};
-}
-
-std::string name(std::string_view field, std::string_view text) {
-  if (text.size() > kMaxNameLength) {
-    throw BadInput{"field " + std::string(field) + ": " + shownText(text) + " is longer than " +
-                   std::to_string(kMaxNameLength) + " bytes"};
-  }
-  if (text.find(kSeparator) != std::string_view::npos) {
-    throw BadInput{"field " + std::string(field) + ": " + shownText(text) +
-                   " contains '|', which no name may hold"};
-  }
-  if (!validUtf8(text)) {
-    throw BadInput{"field " + std::string(field) + ": " + shownText(text) + " is not UTF-8 text"};
-  }
-  return std::string(text);
-}
-
-// The fields of a hash by name, with a check that each is one the table knows.
-class FieldReader {
- public:
-  template <std::size_t N>
-  FieldReader(Fields const& fields, std::array<std::string_view, N> const& known)
-      : fields_(fields) {
-    for (auto const& [field, value] : fields) {
-      if (std::find(known.begin(), known.end(), field) == known.end()) {
-        std::string allowed;
-        for (auto const k : known) {
-          allowed += (allowed.empty() ? "" : ", ") + std::string(k);
-        }
-        throw BadInput{"field " + shownText(field) + " is not one of this table's (" + allowed +
-                       ")"};
+// A field's text as the column's value.
+Host::Cell fieldCell(InputColumn const& column, std::string_view text) {
+  std::string const field(column.name);
+  switch (column.kind) {
+    case ColumnKind::number: {
+      auto const value = readNumber(text, column.max);
+      if (!value || *value < column.min) {
+        throw BadInput{"field " + field + ": " + shownText(text) + " is not a number from " +
+                       std::to_string(column.min) + " to " + std::to_string(column.max)};
       }
-    }
-  }
-
-  std::optional<std::string_view> optional(std::string_view field) const {
-    for (auto const& [name, value] : fields_) {
-      if (name == field) {
-        return value;
-      }
-    }
-    return std::nullopt;
-  }
-  std::string_view required(std::string_view field) const {
-    if (auto const value = optional(field)) {
       return *value;
     }
-    throw BadInput{"field " + std::string(field) + " is missing"};
+    case ColumnKind::boolean:
+      if (auto const value = readBool(text)) {
+        return *value;
+      }
+      throw BadInput{"field " + field + ": " + shownText(text) +
+                     " is not a boolean (true or false)"};
+    case ColumnKind::text:
+      if (text.size() > column.max) {
+        throw BadInput{"field " + field + ": " + shownText(text) + " is longer than " +
+                       std::to_string(column.max) + " bytes"};
+      }
+      if (text.find(kSeparator) != std::string_view::npos) {
+        throw BadInput{"field " + field + ": " + shownText(text) +
+                       " contains '|', which no name may hold"};
+      }
+      if (!validUtf8(text)) {
+        throw BadInput{"field " + field + ": " + shownText(text) + " is not UTF-8 text"};
+      }
+      return std::string(text);
+    case ColumnKind::pw:
+      return pseudowire(text).toString();
   }
-  bool flag(std::string_view field) const {
-    auto const value = optional(field);
-    return value && boolean(field, *value);
-  }
-
- private:
-  Fields const& fields_;
-};
-
-Op keyedOp(Table table, std::vector<std::string_view> const& segments) {
-  std::size_t const expected = table == Table::vlanTagInfo ? 3 : 2;
-  if (segments.size() != expected) {
-    throw BadInput{"the key does not parse: expected " + std::to_string(expected) +
-                   " segments separated by '|', found " + std::to_string(segments.size())};
-  }
-  Op op;
-  op.kind = ChangeKind::del;
-  op.table = table;
-  op.pw = pseudowire(segments[1]);
-  if (table == Table::vlanTagInfo) {
-    // One element, one key: the VLAN in its plain decimal form, without leading zeros.
-    auto const vlan = readNumber(segments[2], kMaxVlan);
-    if (!vlan || *vlan < 1 || numberText(*vlan) != segments[2]) {
-      throw BadInput{"the key does not parse: " + shownText(segments[2]) +
-                     " is not a VLAN from 1 to 4094 in plain decimal"};
-    }
-    op.vlan = static_cast<std::uint16_t>(*vlan);
-  }
-  return op;
+  throw BadInput{"field " + field + ": unknown kind"};
 }
 
-void readValue(Op& op, Fields const& fields) {
-  switch (op.table) {
-    case Table::vplsPwIntfInfo: {
-      FieldReader const read(fields, kPwIntfInfoFields);
-      auto const text = [&](std::string_view field) {
-        auto const value = read.optional(field);
-        return value ? name(field, *value) : std::string();
-      };
-      op.pwIntfInfo = Fab::VplsPwIntfInfo(op.pw)
-                          .vplsInstanceNameIs(text("vplsInstanceName"))
-                          .groupNameIs(text("groupName"))
-                          .splitHorizonIs(read.flag("splitHorizon"))
-                          .standbyIs(read.flag("standby"))
-                          .vlanAwareIs(read.flag("vlanAware"))
-                          .controlWordIs(read.flag("controlWord"))
-                          .flowLabelIs(read.flag("flowLabel"));
-      return;
+// Checks that every field of the hash is one of `columns`.
+void requireKnownFields(Fields const& fields, std::span<InputColumn const* const> columns) {
+  for (auto const& [field, value] : fields) {
+    bool const known = std::any_of(columns.begin(), columns.end(),
+                                   [&](InputColumn const* c) { return c->name == field; });
+    if (!known) {
+      std::string allowed;
+      for (auto const* column : columns) {
+        allowed += (allowed.empty() ? "" : ", ") + std::string(column->name);
+      }
+      throw BadInput{"field " + shownText(field) + " is not one of this table's (" + allowed + ")"};
     }
-    case Table::decapLabel: {
-      FieldReader const read(fields, std::array<std::string_view, 1>{"label"});
-      op.number = static_cast<std::uint32_t>(
-          number("label", read.required("label"), 0, Netcore::MplsLabel::kMaxLabel));
-      return;
-    }
-    case Table::vlanTagInfo: {
-      FieldReader const read(fields, std::array<std::string_view, 1>{"tag"});
-      op.number = static_cast<std::uint32_t>(number("tag", read.required("tag"), 0, kMaxVlan));
-      return;
-    }
-    case Table::encapHwFecId: {
-      FieldReader const read(fields, std::array<std::string_view, 2>{"hwFecId", "globalInLif"});
-      auto const hwFecId = number("hwFecId", read.required("hwFecId"), 0, kMaxU32);
-      auto const globalInLif = number("globalInLif", read.required("globalInLif"), 0, kMaxU32);
-      op.hwFecIndex = Fab::NexthopIndex(static_cast<std::uint32_t>(hwFecId),
-                                        static_cast<std::uint32_t>(globalInLif));
-      return;
-    }
-    default:
-      return;
   }
 }
 
-// The attributes of a single hash and the tables they set, in the contract's order.
-struct Attribute {
-  std::string_view field;
-  Table table;
-};
-constexpr std::array<Attribute, 2> kDecapConfigAttributes{
-    {{"startupSyncDone", Table::startupSyncDone}, {"restartDone", Table::restartDone}}};
-constexpr std::array<Attribute, 2> kVtepAttributes{
-    {{"vxlanPresent", Table::vxlanPresent}, {"vxlanDciConfigured", Table::vxlanDciConfigured}}};
+// Sets the change's value columns from the hash; absent optional fields keep their default.
+void readValue(InputTableDescription const& table, Fields const& fields,
+               std::span<InputColumn const* const> known, InputChange& change) {
+  requireKnownFields(fields, known);
+  for (auto const& column : table.valueColumns) {
+    auto const field = std::find_if(fields.begin(), fields.end(),
+                                    [&](auto const& f) { return f.first == column.name; });
+    if (field != fields.end()) {
+      column.set(change, fieldCell(column, field->second));
+    } else if (!column.optional) {
+      throw BadInput{"field " + std::string(column.name) + " is missing"};
+    }
+  }
+}
 
-InputDecoding decodeAttributes(std::string_view key, std::array<Attribute, 2> const& attributes,
+// The attributes whose hash the key is, in the contract's order; each one's set, at its default
+// (false) when its field, or the hash, is absent or bad.
+InputDecoding decodeAttributes(std::string_view key,
+                               std::vector<InputTableDescription const*> const& attributes,
                                Fields const* fields) {
+  std::vector<InputColumn const*> known;
+  for (auto const* table : attributes) {
+    for (auto const& column : table->valueColumns) {
+      known.push_back(&column);
+    }
+  }
   InputDecoding decoding;
-  std::array<std::string_view, 2> const known{attributes[0].field, attributes[1].field};
-  for (auto const& attribute : attributes) {
-    Op op;
-    op.kind = ChangeKind::set;
-    op.table = attribute.table;
+  for (auto const* table : attributes) {
+    InputChange change;
+    change.table = table->table;
     if (fields != nullptr) {
       try {
-        FieldReader const read(*fields, known);
-        op.flag = read.flag(attribute.field);
+        readValue(*table, *fields, known, change);
       } catch (BadInput const& bad) {
         if (decoding.problem.empty()) {
           decoding.problem = shownKey(key) + ": " + bad.what;
         }
+        change.flag = false;
       }
     }
-    decoding.changes.push_back(op);
+    decoding.changes.push_back(change);
   }
   return decoding;
 }
 
-std::optional<Table> keyedTable(std::string_view table) {
-  if (table == kPwIntfInfo) {
-    return Table::vplsPwIntfInfo;
+InputChange keyedChange(InputTableDescription const& table,
+                        std::vector<std::string_view> const& segments) {
+  std::size_t const expected = table.keyColumns.size() + 1;
+  if (segments.size() != expected) {
+    throw BadInput{"the key does not parse: expected " + std::to_string(expected) +
+                   " segments separated by '|', found " + std::to_string(segments.size())};
   }
-  if (table == kDecapLabel) {
-    return Table::decapLabel;
+  InputChange change;
+  change.kind = ChangeKind::del;
+  change.table = table.table;
+  for (std::size_t i = 0; i < table.keyColumns.size(); ++i) {
+    readKeyColumn(table.keyColumns[i], segments[i + 1], change);
   }
-  if (table == kVlanTagInfo) {
-    return Table::vlanTagInfo;
-  }
-  if (table == kEncapHwFecId) {
-    return Table::encapHwFecId;
-  }
-  return std::nullopt;
+  return change;
 }
 
 }  // namespace
 
 InputDecoding decodeInput(std::string_view key, Fields const* fields) {
   auto const segments = splitKey(key);
-  if (segments.size() == 1 && segments[0] == kDecapConfig) {
-    return decodeAttributes(key, kDecapConfigAttributes, fields);
+  std::vector<InputTableDescription const*> attributes;
+  InputTableDescription const* keyed = nullptr;
+  for (auto const& table : Host::inputTables()) {
+    if (table.redisName != segments[0]) {
+      continue;
+    }
+    if (table.keyColumns.empty()) {
+      attributes.push_back(&table);
+    } else {
+      keyed = &table;
+    }
   }
-  if (segments.size() == 1 && segments[0] == kVtepTypeStatus) {
-    return decodeAttributes(key, kVtepAttributes, fields);
+  if (!attributes.empty() && segments.size() == 1) {
+    return decodeAttributes(key, attributes, fields);
   }
   InputDecoding decoding;
-  auto const table = keyedTable(segments[0]);
-  if (!table) {
+  if (keyed == nullptr) {
     decoding.problem = shownKey(key) + ": the key does not parse: not an input table";
     return decoding;
   }
   try {
-    decoding.changes.push_back(keyedOp(*table, segments));
+    decoding.changes.push_back(keyedChange(*keyed, segments));
   } catch (BadInput const& bad) {
     decoding.problem = shownKey(key) + ": " + bad.what;
     return decoding;
@@ -322,8 +263,13 @@ InputDecoding decodeInput(std::string_view key, Fields const* fields) {
     return decoding;
   }
   try {
-    Op set = decoding.changes.front();
-    readValue(set, *fields);
+    InputChange set = decoding.changes.front();
+    keyed->prepare(set);
+    std::vector<InputColumn const*> known;
+    for (auto const& column : keyed->valueColumns) {
+      known.push_back(&column);
+    }
+    readValue(*keyed, *fields, known, set);
     set.kind = ChangeKind::set;
     decoding.changes.front() = std::move(set);
   } catch (BadInput const& bad) {
@@ -341,38 +287,18 @@ InputDecoding decodeWrongType(std::string_view key, std::string_view type) {
   return decoding;
 }
 
-std::pair<std::string, Fields> inputRow(Op const& op) {
-  auto const pw = op.pw.toString();
-  switch (op.table) {
-    case Table::vplsPwIntfInfo: {
-      auto const& info = op.pwIntfInfo;
-      return {joinKey({kPwIntfInfo, pw}),
-              {{"vplsInstanceName", info.vplsInstanceName().str()},
-               {"groupName", info.groupName().str()},
-               {"splitHorizon", boolText(info.splitHorizon())},
-               {"standby", boolText(info.standby())},
-               {"vlanAware", boolText(info.vlanAware())},
-               {"controlWord", boolText(info.controlWord())},
-               {"flowLabel", boolText(info.flowLabel())}}};
-    }
-    case Table::decapLabel:
-      return {joinKey({kDecapLabel, pw}), {{"label", numberText(op.number)}}};
-    case Table::vlanTagInfo:
-      return {joinKey({kVlanTagInfo, pw, numberText(op.vlan)}), {{"tag", numberText(op.number)}}};
-    case Table::encapHwFecId:
-      return {joinKey({kEncapHwFecId, pw}),
-              {{"hwFecId", numberText(op.hwFecIndex.hwFecId())},
-               {"globalInLif", numberText(op.hwFecIndex.globalInLif())}}};
-    case Table::startupSyncDone:
-      return {std::string(kDecapConfig), {{"startupSyncDone", boolText(op.flag)}}};
-    case Table::restartDone:
-      return {std::string(kDecapConfig), {{"restartDone", boolText(op.flag)}}};
-    case Table::vxlanPresent:
-      return {std::string(kVtepTypeStatus), {{"vxlanPresent", boolText(op.flag)}}};
-    case Table::vxlanDciConfigured:
-      return {std::string(kVtepTypeStatus), {{"vxlanDciConfigured", boolText(op.flag)}}};
+std::pair<std::string, Fields> inputRow(InputChange const& change) {
+  auto const& table = Host::inputTable(change.table);
+  std::string key(table.redisName);
+  for (auto const& column : table.keyColumns) {
+    key += kSeparator;
+    key += Host::columnText(column, change);
   }
-  return {};
+  Fields fields;
+  for (auto const& column : table.valueColumns) {
+    fields.emplace_back(column.name, Host::columnText(column, change));
+  }
+  return {std::move(key), std::move(fields)};
 }
 
 }  // namespace DbLink

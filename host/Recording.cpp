@@ -1,44 +1,31 @@
 #include "host/Recording.h"
 
+#include "host/InputTables.h"
+
 namespace Host {
 
 using Json = nlohmann::ordered_json;
 
 Json changeJson(InputChange const& change) {
+  auto const& table = inputTable(change.table);
   Json json = Json::object();
   json["op"] = change.kind == ChangeKind::set ? "set" : "del";
-  json["table"] = tableName(change.table);
-  if (change.table == InputTable::vlanTagInfo) {
-    json["key"] = {{"pw", change.pw.toString()}, {"vlan", change.vlan}};
-  } else if (!isAttribute(change.table)) {
-    json["key"] = change.pw.toString();
-  }
-  if (change.kind == ChangeKind::del) {
-    return json;
-  }
-  switch (change.table) {
-    case InputTable::vplsPwIntfInfo: {
-      auto const& info = change.pwIntfInfo;
-      json["value"] = {{"vplsInstanceName", info.vplsInstanceName().str()},
-                       {"groupName", info.groupName().str()},
-                       {"splitHorizon", info.splitHorizon()},
-                       {"standby", info.standby()},
-                       {"vlanAware", info.vlanAware()},
-                       {"controlWord", info.controlWord()},
-                       {"flowLabel", info.flowLabel()}};
-      break;
+  json["table"] = table.name;
+  auto const columns = [&](std::span<InputColumn const> columns) {
+    if (columns.size() == 1) {
+      return Json(cellJson(columns.front().get(change)));
     }
-    case InputTable::decapLabel:
-    case InputTable::vlanTagInfo:
-      json["value"] = change.number;
-      break;
-    case InputTable::encapHwFecId:
-      json["value"] = {{"hwFecId", change.hwFecIndex.hwFecId()},
-                       {"globalInLif", change.hwFecIndex.globalInLif()}};
-      break;
-    default:
-      json["value"] = change.flag;
-      break;
+    Json object = Json::object();
+    for (auto const& column : columns) {
+      object[std::string(column.name)] = cellJson(column.get(change));
+    }
+    return object;
+  };
+  if (!table.keyColumns.empty()) {
+    json["key"] = columns(table.keyColumns);
+  }
+  if (change.kind == ChangeKind::set) {
+    json["value"] = columns(table.valueColumns);
   }
   return json;
 }

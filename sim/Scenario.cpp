@@ -6,13 +6,14 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <set>
+#include <span>
 #include <sstream>
 #include <tuple>
 #include <utility>
 
-#include "Bridging/VlanId.h"
 #include "Loom/RangeError.h"
 #include "Netcore/MplsLabel.h"
+#include "host/InputTables.h"
 
 namespace Sim {
 namespace {
@@ -167,73 +168,52 @@ Netcore::IntfId interfaceName(Json const& value, std::string const& where) {
   fail(where, shown(value) + " is not an interface name (expected Pseudowire<1..65535>)");
 }
 
-Fab::VplsPwIntfInfo pwIntfInfoValue(Json const& value, std::string const& where,
-                                    Netcore::IntfId pw) {
-  static constexpr std::array<std::string_view, 7> kFields{
-      "vplsInstanceName", "groupName",   "splitHorizon", "standby",
-      "vlanAware",        "controlWord", "flowLabel"};
-  requireObject(value, where);
-  requireKnownFields(value, where, kFields, "a vplsPwIntfInfo value");
-  auto const text = [&](std::string_view field) {
-    auto const it = value.find(field);
-    return it == value.end() ? std::string() : string(*it, member(where, field));
-  };
-  auto const flag = [&](std::string_view field) {
-    auto const it = value.find(field);
-    return it != value.end() && boolean(*it, member(where, field));
-  };
-  return Fab::VplsPwIntfInfo(pw)
-      .vplsInstanceNameIs(text("vplsInstanceName"))
-      .groupNameIs(text("groupName"))
-      .splitHorizonIs(flag("splitHorizon"))
-      .standbyIs(flag("standby"))
-      .vlanAwareIs(flag("vlanAware"))
-      .controlWordIs(flag("controlWord"))
-      .flowLabelIs(flag("flowLabel"));
+// "a vlanTagInfo key", "an encapHwFecId value".
+std::string whatOf(std::string_view table, std::string_view part) {
+  bool const vowel =
+      !table.empty() && std::string_view("aeiouAEIOU").find(table[0]) != std::string_view::npos;
+  return std::string(vowel ? "an " : "a ") + std::string(table) + " " + std::string(part);
 }
 
-Fab::NexthopIndex hwFecIndexValue(Json const& value, std::string const& where) {
-  static constexpr std::array<std::string_view, 2> kFields{"hwFecId", "globalInLif"};
-  requireObject(value, where);
-  requireKnownFields(value, where, kFields, "an encapHwFecId value");
-  auto const field = [&](std::string_view name) {
-    return static_cast<std::uint32_t>(
-        integer(required(value, name, where, "field"), member(where, name), 0, kMaxU32));
-  };
-  return Fab::NexthopIndex(field("hwFecId"), field("globalInLif"));
+// One column of a change from its JSON value.
+void readColumn(Host::InputColumn const& column, Json const& value, std::string const& where,
+                Host::InputChange& change) {
+  switch (column.kind) {
+    case Host::ColumnKind::pw:
+      column.set(change, interfaceName(value, where).toString());
+      return;
+    case Host::ColumnKind::number:
+      column.set(change, integer(value, where, column.min, column.max));
+      return;
+    case Host::ColumnKind::boolean:
+      column.set(change, boolean(value, where));
+      return;
+    case Host::ColumnKind::text:
+      column.set(change, string(value, where));
+      return;
+  }
 }
 
-void readKey(Json const& key, std::string const& where, Host::InputChange& op) {
-  if (op.table != InputTable::vlanTagInfo) {
-    op.pw = interfaceName(key, where);
+// The key or the value of a change: one column as the bare JSON value, several as an object.
+void readColumns(std::span<Host::InputColumn const> columns, Json const& value,
+                 std::string const& where, std::string const& what, Host::InputChange& change) {
+  if (columns.size() == 1) {
+    readColumn(columns.front(), value, where, change);
     return;
   }
-  static constexpr std::array<std::string_view, 2> kFields{"pw", "vlan"};
-  requireObject(key, where);
-  requireKnownFields(key, where, kFields, "a vlanTagInfo key");
-  op.pw = interfaceName(required(key, "pw", where, "field"), member(where, "pw"));
-  op.vlan = static_cast<std::uint16_t>(
-      integer(required(key, "vlan", where, "field"), member(where, "vlan"), 1, kMaxVlan));
-}
-
-void readValue(Json const& value, std::string const& where, Host::InputChange& op) {
-  switch (op.table) {
-    case InputTable::vplsPwIntfInfo:
-      op.pwIntfInfo = pwIntfInfoValue(value, where, op.pw);
-      return;
-    case InputTable::decapLabel:
-      op.number =
-          static_cast<std::uint32_t>(integer(value, where, 0, Netcore::MplsLabel::kMaxLabel));
-      return;
-    case InputTable::vlanTagInfo:
-      op.number = static_cast<std::uint32_t>(integer(value, where, 0, kMaxVlan));
-      return;
-    case InputTable::encapHwFecId:
-      op.hwFecIndex = hwFecIndexValue(value, where);
-      return;
-    default:
-      op.flag = boolean(value, where);
-      return;
+  std::vector<std::string_view> names;
+  for (auto const& column : columns) {
+    names.push_back(column.name);
+  }
+  requireObject(value, where);
+  requireKnownFields(value, where, names, what);
+  for (auto const& column : columns) {
+    auto const it = value.find(column.name);
+    if (it == value.end() && column.optional) {
+      continue;
+    }
+    auto const& field = it == value.end() ? required(value, column.name, where, "field") : *it;
+    readColumn(column, field, member(where, column.name), change);
   }
 }
 
@@ -273,10 +253,11 @@ void readSetOrDel(Json const& json, std::string const& where, Host::InputChange&
   requireKnownFields(json, where, kFields,
                      std::string(op.kind == ChangeKind::set ? "a set" : "a del") + " op");
   op.table = table(json, where);
+  auto const& description = Host::inputTable(op.table);
   bool const hasKey = json.contains("key");
   bool const hasValue = json.contains("value");
-  std::string const tableText(Host::tableName(op.table));
-  if (Host::isAttribute(op.table)) {
+  std::string const tableText(description.name);
+  if (description.keyColumns.empty()) {
     if (op.kind == ChangeKind::del) {
       fail(where, "del is not possible on the attribute " + tableText + " (set it to false)");
     }
@@ -284,12 +265,13 @@ void readSetOrDel(Json const& json, std::string const& where, Host::InputChange&
       fail(member(where, "key"),
            "not allowed: " + tableText + " is an attribute, set it with a value only");
     }
-    op.flag =
-        boolean(required(json, "value", where, "field (true or false)"), member(where, "value"));
+    readColumns(description.valueColumns, required(json, "value", where, "field (true or false)"),
+                member(where, "value"), whatOf(tableText, "value"), op);
     return;
   }
-  readKey(required(json, "key", where, "field (table " + tableText + " needs a key)"),
-          member(where, "key"), op);
+  readColumns(description.keyColumns,
+              required(json, "key", where, "field (table " + tableText + " needs a key)"),
+              member(where, "key"), whatOf(tableText, "key"), op);
   if (op.kind == ChangeKind::del) {
     if (hasValue) {
       fail(member(where, "value"), "not allowed on a del");
@@ -299,7 +281,9 @@ void readSetOrDel(Json const& json, std::string const& where, Host::InputChange&
   if (!hasValue) {
     fail(where, "missing \"value\" field (a set of " + tableText + " needs a value)");
   }
-  readValue(json.at("value"), member(where, "value"), op);
+  description.prepare(op);
+  readColumns(description.valueColumns, json.at("value"), member(where, "value"),
+              whatOf(tableText, "value"), op);
 }
 
 Op readOp(Json const& json, std::string const& where, bool beforeStart) {

@@ -114,12 +114,12 @@ TEST(InputRows, DecodeToTheRunnersOpsAndNameEveryProblem) {
       {"VPLS_VLAN_TAG_INFO|Pseudowire7|0",
        Fields{{"tag", "1"}},
        {},
-       "VPLS_VLAN_TAG_INFO|Pseudowire7|0: the key does not parse: \"0\" is not a VLAN from 1 to "
+       "VPLS_VLAN_TAG_INFO|Pseudowire7|0: the key does not parse: \"0\" is not a vlan from 1 to "
        "4094 in plain decimal"},
       {"VPLS_VLAN_TAG_INFO|Pseudowire7|05",
        Fields{{"tag", "1"}},
        {},
-       "VPLS_VLAN_TAG_INFO|Pseudowire7|05: the key does not parse: \"05\" is not a VLAN from 1 "
+       "VPLS_VLAN_TAG_INFO|Pseudowire7|05: the key does not parse: \"05\" is not a vlan from 1 "
        "to 4094 in plain decimal"},
       {"VPLS_DECAP_LABEL|Pseudo\nwire",
        Fields{{"label", "1"}},
