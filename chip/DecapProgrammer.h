@@ -161,6 +161,7 @@ class DecapProgrammer {
   std::vector<Key> noted_;
   // Owned: the keys whose installed entry changed since takeChanged(), with repeats.
   std::vector<Key> changed_;
+  // Whether commit() ran; restore() is refused from then on.
   bool committed_ = false;
   Reactor reactor_{*this};
 };
