@@ -181,6 +181,10 @@ void DecapAgent::startWrapper(StateSnapshot const& found) {
     recorder_->start(scenario);
   }
   harness_->start();
+  harness_->batchDone();
+  for (auto const& problem : harness_->takeChipProblems()) {
+    say("chip entry left out: " + problem);
+  }
   tracker_ = std::make_unique<OutputTracker>(*harness_);
 }
 
@@ -216,6 +220,10 @@ void DecapAgent::catchUp(StateSnapshot const& found) {
 }
 
 std::size_t DecapAgent::writeDifferences(StateSnapshot& found) {
+  harness_->batchDone();
+  if (recorder_) {
+    recorder_->batchDone();
+  }
   DbLink::WriteBatch batch;
   std::unordered_set<std::string> wrongType(found.wrongTypeOutputs.begin(),
                                             found.wrongTypeOutputs.end());
@@ -330,6 +338,10 @@ void DecapAgent::libraryError(std::string const& key, std::string const& what) {
 void DecapAgent::flush() {
   if (state_ != State::running) {
     return;
+  }
+  harness_->batchDone();
+  if (recorder_) {
+    recorder_->batchDone();
   }
   DbLink::WriteBatch batch;
   for (auto& row : tracker_->take()) {

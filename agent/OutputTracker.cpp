@@ -88,6 +88,22 @@ OutputTracker::OutputTracker(Host::AgentHarness& harness) : harness_(harness) {
 
 OutputTracker::~OutputTracker() = default;
 
+void OutputTracker::noteChipChanges(std::vector<Host::RowUpdate> const& rows) {
+  std::string const prefix = std::string(DbLink::kChipDecapEntry) + "|";
+  for (auto const& row : rows) {
+    if (!row.key.starts_with(prefix)) {
+      continue;
+    }
+    auto const segments = DbLink::splitKey(row.key);
+    if (auto const label = DbLink::readNumber(segments.at(1), Netcore::MplsLabel::kMaxLabel)) {
+      if (auto const* pw = harness_.decapLabelToPwIntfColl->labelToPwIntf().find(
+              Netcore::MplsLabel(static_cast<std::uint32_t>(*label)))) {
+        dirtyPws_.insert(*pw);
+      }
+    }
+  }
+}
+
 Host::RowUpdate OutputTracker::smStatusRow() const {
   Host::RowUpdate row;
   smStatusTable_->forEachRow(harness_, [&](std::string&& key, Fields&& fields) {
@@ -158,6 +174,7 @@ std::vector<Host::RowUpdate> OutputTracker::take() {
   for (auto& watch : watches_) {
     watch->take(rows);
   }
+  noteChipChanges(rows);
   takePseudowireStatuses(rows);
   auto sm = smStatusRow();
   if (sm.fields != smStatus_) {

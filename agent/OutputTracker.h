@@ -69,6 +69,9 @@ class OutputTracker {
   void noteOrientation(Hardware::MarlTunnel::LifProfileOrientationKey const& key);
   void takePseudowireStatuses(std::vector<Host::RowUpdate>& rows);
   std::vector<Hardware::MarlTunnel::Orientation> orientationsOf(Netcore::IntfId pw) const;
+  // The pseudowires whose entries the chip installed, moved or removed: their status may say
+  // that they wait for it.
+  void noteChipChanges(std::vector<Host::RowUpdate> const& rows);
   // The state-machine status as a row.
   Host::RowUpdate smStatusRow() const;
 

@@ -26,7 +26,8 @@ void Recorder::start(Host::StartState const& found) {
 }
 
 void Recorder::record(Host::InputChange const& change) {
-  writeLine(Host::recordingChangeLine(change));
+  writeLine(Host::recordingChangeLine(change, inBatch_));
+  inBatch_ = true;
 }
 
 void Recorder::writeLine(std::string const& line) {

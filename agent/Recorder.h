@@ -22,13 +22,18 @@ class Recorder {
   explicit Recorder(std::filesystem::path path);
 
   void start(Host::StartState const& found);
+  // One change; the changes of one batch after its first are marked as batched with it.
   void record(Host::InputChange const& change);
+  // Ends the batch: the agent has written what it applied (the chip programmed its requests).
+  void batchDone() { inBatch_ = false; }
 
  private:
   void writeLine(std::string const& line);
 
   std::filesystem::path path_;
   Orb::UniqueFd fd_;
+  // Whether a change of the current batch was recorded.
+  bool inBatch_ = false;
 };
 
 }  // namespace VplsAgent

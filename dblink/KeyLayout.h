@@ -40,8 +40,10 @@ inline constexpr std::string_view kIntfToLpoKey = "INTF_TO_LPO_KEY";
 inline constexpr std::string_view kEsemConfig = "ESEM_CONFIG";
 inline constexpr std::string_view kTagPopPushApp = "TAG_POP_PUSH_APP";
 inline constexpr std::string_view kEvecProfileRequest = "EVEC_PROFILE_REQUEST";
-inline constexpr std::string_view kSmStatus = "VPLS_SM_STATUS";        // one hash
-inline constexpr std::string_view kPwStatus = "VPLS_PW_STATUS";        // |<pw>
+inline constexpr std::string_view kSmStatus = "VPLS_SM_STATUS";  // one hash
+inline constexpr std::string_view kPwStatus = "VPLS_PW_STATUS";  // |<pw>
+// The emulated chip's installed decap entries, kept as a chip keeps its tables.
+inline constexpr std::string_view kChipDecapEntry = "CHIP_DECAP_ENTRY";
 inline constexpr std::string_view kAgentStatus = "VPLS_AGENT_STATUS";  // one hash
 inline constexpr std::string_view kLogStream = "VPLS_LOG";             // a stream
 
@@ -61,7 +63,7 @@ inline constexpr std::array kInputTables{kPwIntfInfo,   kDecapLabel,  kVlanTagIn
 inline constexpr std::array kOutputTables{
     kMplsDecapConfig,    kLabelToPwIntf, kDecapStatus,  kEncapAdditionalId, kAdditionalData,
     kLpoRequest,         kLpoResponse,   kIntfToLpoKey, kEsemConfig,        kTagPopPushApp,
-    kEvecProfileRequest, kSmStatus,      kPwStatus};
+    kEvecProfileRequest, kSmStatus,      kPwStatus,     kChipDecapEntry};
 
 // Which table a key belongs to: its first segment when that names one of `tables` and the
 // key has more segments or the table is a single hash; none otherwise.

@@ -49,12 +49,12 @@ AgentHarness::AgentHarness(AgentSettings settings)
       previousRoot_(Orb::TaskSchedulerRoot::root()) {
   applySettings();
   publishStateDb();
-  chipModelIs(settings_.chipModel);
+  chipIs(settings_.chip);
 }
 
 AgentHarness::~AgentHarness() {
   stop();
-  chipModelIs(false);
+  chipIs(false);
   if (settings_.logSink) {
     Cog::logSinkIs(std::move(previousSink_));
   }
@@ -130,13 +130,26 @@ MarlVplsPwIntfDecapSm& AgentHarness::decapSm() const {
   return *wrapper_->marlVplsPwIntfDecapSm();
 }
 
-void AgentHarness::chipModelIs(bool on) {
-  if (!on && chipModel_) {
-    chipModel_->removeAll();
-    chipModel_.reset();
-  } else if (on && !chipModel_) {
-    chipModel_ = std::make_unique<ChipModel>(mplsDecapConfig, semShadow, lifShadow);
+void AgentHarness::chipIs(bool on) {
+  if (!on && chip_) {
+    chip_->removeAll();
+    chip_.reset();
+  } else if (on && !chip_) {
+    chip_ = std::make_unique<Chip::DecapProgrammer>(mplsDecapConfig, semShadow, lifShadow,
+                                                    settings_.chipRows);
   }
+}
+
+void AgentHarness::batchDone() {
+  if (!chip_) {
+    return;
+  }
+  if (!chipFound_.empty()) {
+    auto problems = chip_->restore(std::exchange(chipFound_, {}));
+    chipProblems_.insert(chipProblems_.end(), std::make_move_iterator(problems.begin()),
+                         std::make_move_iterator(problems.end()));
+  }
+  chip_->commit();
 }
 
 Loom::Ptr<Fab::HwVplsPwDecapStatus> AgentHarness::hwVplsPwDecapStatus() const {

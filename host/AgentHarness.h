@@ -17,8 +17,8 @@
 #include "Orb/TaskSchedulerRoot.h"
 #include "Statedb/EntityManager.h"
 #include "Statedb/SharedTableManager.h"
+#include "chip/DecapProgrammer.h"
 #include "host/AgentSettings.h"
-#include "host/ChipModel.h"
 
 namespace Host {
 
@@ -49,10 +49,21 @@ class AgentHarness {
   Hardware::MarlTunnel::VplsSmWrapper& wrapper() const { return *wrapper_; }
   Hardware::MarlTunnel::MarlVplsPwIntfDecapSm& decapSm() const;
 
-  // Attaches the chip model, which installs every request present, or detaches it, which takes
-  // what it installed out of the shadows again.
-  void chipModelIs(bool on);
-  bool chipModel() const noexcept { return static_cast<bool>(chipModel_); }
+  // The emulated chip that turns the decap requests into the table shadows the show command
+  // reads (null while detached). Attached, it installs every request present when the next
+  // batch ends; detaching it takes what it installed out of the shadows.
+  void chipIs(bool on);
+  Chip::DecapProgrammer* chip() const noexcept { return chip_.get(); }
+  // Ends a batch of input changes (a scenario event, a database transaction): the chip applies
+  // the net change of the requests, as a chip's programming layer does per batch.
+  void batchDone();
+  // An installed chip entry that a host kept across an agent restart, given back before the
+  // first batch ends (the chip restores them then).
+  void chipEntryFound(Chip::DecapProgrammer::Saved entry) {
+    chipFound_.push_back(std::move(entry));
+  }
+  // What the chip left out of the entries found, one line each, since the last call.
+  std::vector<std::string> takeChipProblems() { return std::exchange(chipProblems_, {}); }
 
   // The state store.
   Loom::Ptr<Statedb::EntityManager> const entityManager;
@@ -102,8 +113,10 @@ class AgentHarness {
   Cog::LogSink previousSink_;
   Loom::Ptr<Hardware::MarlTunnel::VplsSmWrapper> wrapper_;
   // Turns the decap requests into the chip shadows that the show command reads; null while
-  // detached.
-  std::unique_ptr<ChipModel> chipModel_;
+  // detached. Owned: the chip lives as long as the harness, across agent restarts.
+  std::unique_ptr<Chip::DecapProgrammer> chip_;
+  std::vector<Chip::DecapProgrammer::Saved> chipFound_;
+  std::vector<std::string> chipProblems_;
 };
 
 }  // namespace Host

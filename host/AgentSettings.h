@@ -6,6 +6,7 @@
 #include <string>
 
 #include "Cog/Log.h"
+#include "Hardware/AradIhpLifTable.h"
 #include "Loom/Ptr.h"
 #include "Orb/TaskSchedulerRoot.h"
 
@@ -21,9 +22,11 @@ struct AgentSettings {
   // Entries in the shared HW FEC id response table at start: non-zero makes the agent start
   // with clean slate false, as after an agent restart.
   std::uint32_t hwFecIdResponses = 0;
-  // Whether the chip model turns decap requests into the table shadows from the start. Without
-  // it the requests stay requests, as in an agent whose chip programming runs elsewhere.
-  bool chipModel = true;
+  // Whether the emulated chip turns decap requests into the table shadows from the start.
+  // Without it the requests stay requests, as in an agent whose chip programming runs elsewhere.
+  bool chip = true;
+  // The rows of the chip's in-LIF table (1 to 131071): fewer make a small chip for tests.
+  std::uint32_t chipRows = Hardware::Marl::AradIhpLifTable::kMaxLifIndex;
   // The scheduler the agent runs on, when its host made it before the agent (a daemon whose
   // loop also carries its database connections); none: the harness makes its own.
   Loom::Ptr<Orb::TaskSchedulerRoot> scheduler;

@@ -56,7 +56,7 @@ class OutputTable {
   // not decode.
   virtual void load(AgentHarness& harness, std::string_view key, Fields const& fields) const = 0;
   // Subscribes to the table's entity, which must be there, and notes each key notified; null
-  // for a table whose entity does not notify (the state-machine status: compare its row).
+  // for a table whose changes cannot be watched (the state-machine status: compare its row).
   virtual std::unique_ptr<TableWatch> watch(AgentHarness& harness) const = 0;
 };
 

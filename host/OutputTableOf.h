@@ -26,7 +26,9 @@ using Cells = std::vector<Cell>;
 //   make(cells)                      the key and the value from decoded cells, and
 //   store(harness, key, value)       writes an element read back;
 //   notifies, Reactor<Note>          whether the entity notifies its keys, and then a reactor
-//                                    on it that calls Note with each key notified.
+//                                    on it that calls Note with each key notified;
+//   takeChanged(harness)             for an entity that does not notify, the keys changed since
+//                                    the last call, if it can tell (else its row is compared).
 // A new field is a new column in its description; every encoding follows.
 template <class D>
 class OutputTableOf final : public OutputTable {
@@ -148,6 +150,8 @@ class OutputTableOf final : public OutputTable {
   std::unique_ptr<TableWatch> watch(AgentHarness& harness) const override {
     if constexpr (D::notifies) {
       return std::make_unique<Watch>(harness);
+    } else if constexpr (requires { D::takeChanged(harness); }) {
+      return std::make_unique<ChangeWatch>(harness);
     } else {
       return nullptr;
     }
@@ -176,6 +180,21 @@ class OutputTableOf final : public OutputTable {
     AgentHarness& harness_;
     std::vector<Key> keys_;
     typename D::template Reactor<std::function<void(Key const&)>> reactor_;
+  };
+
+  // The keys an entity that notifies nothing reports as changed when asked (the chip's).
+  class ChangeWatch final : public TableWatch {
+   public:
+    explicit ChangeWatch(AgentHarness& harness) : harness_(harness) {}
+    void take(std::vector<RowUpdate>& rows) override {
+      for (auto const& key : D::takeChanged(harness_)) {
+        rows.push_back(RowUpdate{keyText(key), rowFields(harness_, key)});
+      }
+    }
+    void forget() override { D::takeChanged(harness_); }
+
+   private:
+    AgentHarness& harness_;
   };
 };
 

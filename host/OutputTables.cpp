@@ -54,8 +54,53 @@ constexpr std::array<Column<T>, 5> lpoKeyColumns{{
     {"pw", K::pw, 0, [](T const& t) -> Cell { return pwText(keyOf(t).pwIntfId()); }},
 }};
 
-LifProfileOrientationKey const& itself(LifProfileOrientationKey const& key) {
-  return key;
+template <class T>
+T const& itself(T const& t) {
+  return t;
+}
+
+// The columns of a decap request, as the value of MPLS_DECAP_CONFIG rows and within the chip's
+// entries installed from them.
+template <class T, MplsDecapInfo const& (*infoOf)(T const&)>
+constexpr std::array<Column<T>, 8> mplsDecapInfoColumns{{
+    {"name", K::text, MplsDecapInfo::kNameMaxLength,
+     [](T const& t) -> Cell { return infoOf(t).name().str(); }},
+    {"flag", K::boolean, 1, [](T const& t) -> Cell { return infoOf(t).flag(); }},
+    {"hwFecId", K::number, kMaxU64, [](T const& t) -> Cell { return infoOf(t).hwFecId(); }},
+    {"globalInLif", K::number, kMaxU32, [](T const& t) -> Cell { return infoOf(t).globalInLif(); }},
+    {"inLifProfile", K::number, kMaxU32,
+     [](T const& t) -> Cell { return Hardware::Marl::toValue(infoOf(t).inLifProfile()); }},
+    {"vlanId", K::number, kMaxU16, [](T const& t) -> Cell { return infoOf(t).vlanId(); }},
+    {"field8", K::number, kMaxU8, [](T const& t) -> Cell { return infoOf(t).field8(); }},
+    {"field9", K::number, kMaxU16, [](T const& t) -> Cell { return infoOf(t).field9(); }},
+}};
+
+constexpr std::array<Column<MplsDecapInfoKey>, 3> kMplsDecapKeyColumns{{
+    {"label", K::number, Netcore::MplsLabel::kMaxLabel,
+     [](MplsDecapInfoKey const& k) -> Cell { return k.label().value(); }},
+    {"innerDot1QTag", K::number, kMaxVlan,
+     [](MplsDecapInfoKey const& k) -> Cell { return k.innerDot1QTag().value(); }},
+    {"keyField3", K::number, kMaxU8,
+     [](MplsDecapInfoKey const& k) -> Cell { return k.keyField3(); }},
+}};
+
+MplsDecapInfoKey mplsDecapKey(Cells const& c) {
+  return MplsDecapInfoKey(Netcore::MplsLabel(narrow<std::uint32_t>(c[0])),
+                          Bridging::VlanIdOrNone(narrow<std::uint16_t>(c[1])),
+                          narrow<std::uint8_t>(c[2]));
+}
+
+// A decap request from the cells of its columns, from `at` on.
+MplsDecapInfo mplsDecapInfo(MplsDecapInfoKey const& key, Cells const& c, std::size_t at) {
+  return MplsDecapInfo(key)
+      .nameIs(MplsDecapInfo::Name(textOf(c[at])))
+      .flagIs(boolOf(c[at + 1]))
+      .hwFecIdIs(numberOf(c[at + 2]))
+      .globalInLifIs(narrow<std::uint32_t>(c[at + 3]))
+      .inLifProfileIs(Jericho2LifProfiles{narrow<std::uint32_t>(c[at + 4])})
+      .vlanIdIs(narrow<std::uint16_t>(c[at + 5]))
+      .field8Is(narrow<std::uint8_t>(c[at + 6]))
+      .field9Is(narrow<std::uint16_t>(c[at + 7]));
 }
 
 LifProfileOrientationKey lpoKey(Cells const& c, std::size_t at) {
@@ -84,25 +129,8 @@ struct MplsDecapConfigTable {
   static constexpr JsonShape jsonShape = JsonShape::list;
   static constexpr bool isSet = false;
   static constexpr bool loadedAtStart = true;
-  static constexpr std::array<Column<Key>, 3> keyColumns{{
-      {"label", K::number, Netcore::MplsLabel::kMaxLabel,
-       [](Key const& k) -> Cell { return k.label().value(); }},
-      {"innerDot1QTag", K::number, kMaxVlan,
-       [](Key const& k) -> Cell { return k.innerDot1QTag().value(); }},
-      {"keyField3", K::number, kMaxU8, [](Key const& k) -> Cell { return k.keyField3(); }},
-  }};
-  static constexpr std::array<Column<Value>, 8> valueColumns{{
-      {"name", K::text, MplsDecapInfo::kNameMaxLength,
-       [](Value const& v) -> Cell { return v.name().str(); }},
-      {"flag", K::boolean, 1, [](Value const& v) -> Cell { return v.flag(); }},
-      {"hwFecId", K::number, kMaxU64, [](Value const& v) -> Cell { return v.hwFecId(); }},
-      {"globalInLif", K::number, kMaxU32, [](Value const& v) -> Cell { return v.globalInLif(); }},
-      {"inLifProfile", K::number, kMaxU32,
-       [](Value const& v) -> Cell { return Hardware::Marl::toValue(v.inLifProfile()); }},
-      {"vlanId", K::number, kMaxU16, [](Value const& v) -> Cell { return v.vlanId(); }},
-      {"field8", K::number, kMaxU8, [](Value const& v) -> Cell { return v.field8(); }},
-      {"field9", K::number, kMaxU16, [](Value const& v) -> Cell { return v.field9(); }},
-  }};
+  static constexpr auto keyColumns = kMplsDecapKeyColumns;
+  static constexpr auto valueColumns = mplsDecapInfoColumns<Value, itself<Value>>;
   static Entity const* entity(AgentHarness const& h) { return h.mplsDecapConfig.get(); }
   template <class F>
   static void forEach(Entity const& e, F const& visit) {
@@ -112,17 +140,8 @@ struct MplsDecapConfigTable {
   }
   static Value const* find(Entity const& e, Key const& k) { return e.config().find(k); }
   static std::pair<Key, Value> make(Cells const& c) {
-    Key const key(Netcore::MplsLabel(narrow<std::uint32_t>(c[0])),
-                  Bridging::VlanIdOrNone(narrow<std::uint16_t>(c[1])), narrow<std::uint8_t>(c[2]));
-    return {key, MplsDecapInfo(key)
-                     .nameIs(MplsDecapInfo::Name(textOf(c[3])))
-                     .flagIs(boolOf(c[4]))
-                     .hwFecIdIs(numberOf(c[5]))
-                     .globalInLifIs(narrow<std::uint32_t>(c[6]))
-                     .inLifProfileIs(Jericho2LifProfiles{narrow<std::uint32_t>(c[7])})
-                     .vlanIdIs(narrow<std::uint16_t>(c[8]))
-                     .field8Is(narrow<std::uint8_t>(c[9]))
-                     .field9Is(narrow<std::uint16_t>(c[10]))};
+    auto const key = mplsDecapKey(c);
+    return {key, mplsDecapInfo(key, c, 3)};
   }
   static void store(AgentHarness& h, Key const& k, Value const& v) {
     h.mplsDecapConfig->configIs(k, v);
@@ -278,7 +297,7 @@ struct LpoRequestTable {
   static constexpr JsonShape jsonShape = JsonShape::list;
   static constexpr bool isSet = true;
   static constexpr bool loadedAtStart = true;
-  static constexpr auto keyColumns = lpoKeyColumns<Key, itself>;
+  static constexpr auto keyColumns = lpoKeyColumns<Key, itself<Key>>;
   static constexpr std::array<Column<Value>, 1> valueColumns{{
       {"requested", K::boolean, 1, [](Value const&) -> Cell { return true; }},
   }};
@@ -309,7 +328,7 @@ struct LpoResponseTable {
   static constexpr JsonShape jsonShape = JsonShape::list;
   static constexpr bool isSet = false;
   static constexpr bool loadedAtStart = true;
-  static constexpr auto keyColumns = lpoKeyColumns<Key, itself>;
+  static constexpr auto keyColumns = lpoKeyColumns<Key, itself<Key>>;
   static constexpr std::array<Column<Value>, 2> valueColumns{{
       {"inLifProfile", K::number, kMaxU32,
        [](Value const& v) -> Cell { return Hardware::Marl::toValue(v.inLifProfile()); }},
@@ -346,7 +365,7 @@ struct IntfToLpoKeyTable {
   static constexpr std::array<Column<Key>, 1> keyColumns{{
       {"pw", K::pw, 0, [](Key const& k) -> Cell { return pwText(k); }},
   }};
-  static constexpr auto valueColumns = lpoKeyColumns<Value, itself>;
+  static constexpr auto valueColumns = lpoKeyColumns<Value, itself<Value>>;
   static Entity const* entity(AgentHarness const& h) {
     return h.intfToLifProfileOrientationKeyMap.get();
   }
@@ -477,6 +496,59 @@ struct EvecProfileRequestTable {
 
 #undef VPLS_KEY_REACTOR
 
+MplsDecapInfo const& installedInfo(Chip::DecapProgrammer::Installed const& installed) {
+  return installed.info;
+}
+
+// The emulated chip's installed decap entries: the row each holds and the request it was
+// installed from. Kept as the chip keeps its tables when its agent restarts.
+struct ChipDecapEntryTable {
+  using Entity = Chip::DecapProgrammer;
+  using Key = MplsDecapInfoKey;
+  using Value = Chip::DecapProgrammer::Installed;
+  static constexpr std::string_view redisName = "CHIP_DECAP_ENTRY";
+  static constexpr std::string_view jsonName = "chipDecapEntries";
+  static constexpr JsonShape jsonShape = JsonShape::list;
+  static constexpr bool isSet = false;
+  static constexpr bool loadedAtStart = true;
+  static constexpr bool notifies = false;
+  static constexpr auto keyColumns = kMplsDecapKeyColumns;
+  static constexpr auto valueColumns = [] {
+    std::array<Column<Value>, 9> columns{};
+    columns[0] = {"lifIndex", K::number, Hardware::Marl::AradIhpLifTable::kMaxLifIndex,
+                  [](Value const& v) -> Cell { return std::uint64_t{v.row.value()}; }};
+    auto const info = mplsDecapInfoColumns<Value, installedInfo>;
+    for (std::size_t i = 0; i < info.size(); ++i) {
+      columns[i + 1] = info[i];
+    }
+    return columns;
+  }();
+  static Entity const* entity(AgentHarness const& h) { return h.chip(); }
+  template <class F>
+  static void forEach(Entity const& e, F const& visit) {
+    for (auto const& [key, value] : e.installed()) {
+      visit(key, value);
+    }
+  }
+  static Value const* find(Entity const& e, Key const& k) { return e.installed().find(k); }
+  static std::pair<Key, Value> make(Cells const& c) {
+    auto const key = mplsDecapKey(c);
+    Value installed;
+    installed.row = Chip::InLifRow(narrow<std::uint32_t>(c[3]));
+    installed.info = mplsDecapInfo(key, c, 4);
+    return {key, installed};
+  }
+  static void store(AgentHarness& h, Key const& k, Value const& v) {
+    h.chipEntryFound(Chip::DecapProgrammer::Saved{k, v.row, v.info});
+  }
+  // What changed since the last call (none while the chip is detached).
+  static std::vector<Key> takeChanged(AgentHarness& h) {
+    return h.chip() ? h.chip()->takeChanged() : std::vector<Key>{};
+  }
+  template <class Note>
+  struct Reactor {};
+};
+
 // The state machines' readiness and the allocator's count of start-up syncs: one row, which
 // nothing notifies (a holder compares it).
 struct SmStatus {
@@ -533,11 +605,12 @@ OutputTableOf<EsemConfigTable> const kEsemConfig;
 OutputTableOf<TagPopPushAppTable> const kTagPopPushApp;
 OutputTableOf<EvecProfileRequestTable> const kEvecProfileRequest;
 OutputTableOf<SmStatusTable> const kSmStatus;
+OutputTableOf<ChipDecapEntryTable> const kChipDecapEntry;
 
-constexpr std::array<OutputTable const*, 12> kOutputTables{
-    &kMplsDecapConfig, &kLabelToPwIntf, &kDecapStatus,        &kEncapAdditionalId,
-    &kAdditionalData,  &kLpoRequest,    &kLpoResponse,        &kIntfToLpoKey,
-    &kEsemConfig,      &kTagPopPushApp, &kEvecProfileRequest, &kSmStatus};
+constexpr std::array<OutputTable const*, 13> kOutputTables{
+    &kMplsDecapConfig,    &kLabelToPwIntf, &kDecapStatus,   &kEncapAdditionalId, &kAdditionalData,
+    &kLpoRequest,         &kLpoResponse,   &kIntfToLpoKey,  &kEsemConfig,        &kTagPopPushApp,
+    &kEvecProfileRequest, &kSmStatus,      &kChipDecapEntry};
 
 }  // namespace
 

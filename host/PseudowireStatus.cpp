@@ -12,7 +12,7 @@ namespace {
 
 using Hardware::MarlTunnel::Orientation;
 
-constexpr std::array<std::pair<PwStatusCode, std::string_view>, 13> kCodeNames{{
+constexpr std::array<std::pair<PwStatusCode, std::string_view>, 14> kCodeNames{{
     {PwStatusCode::agentStopped, "agentStopped"},
     {PwStatusCode::waitingForConfiguration, "waitingForConfiguration"},
     {PwStatusCode::standby, "standby"},
@@ -26,6 +26,7 @@ constexpr std::array<std::pair<PwStatusCode, std::string_view>, 13> kCodeNames{{
     {PwStatusCode::programmed, "programmed"},
     {PwStatusCode::partlyProgrammed, "partlyProgrammed"},
     {PwStatusCode::notProgrammed, "notProgrammed"},
+    {PwStatusCode::waitingForChip, "waitingForChip"},
 }};
 
 // The members of a collection keyed by (pseudowire, VLAN) that belong to one pseudowire: a
@@ -63,12 +64,48 @@ PseudowireStatus status(PwStatusCode code, std::string words) {
   return PseudowireStatus{code, std::move(words)};
 }
 
+// The pseudowire's decap requests (all under its label) that wait for the chip, and how many
+// requests it has; none while no chip is attached.
+std::pair<std::size_t, std::size_t> chipWaits(AgentHarness const& harness, Netcore::IntfId pw) {
+  auto const* chip = harness.chip();
+  auto const& decap = *harness.hwVplsPwDecapConfig;
+  if (chip == nullptr || chip->waitingCount() == 0 || !decap.decapLabelHas(pw)) {
+    return {0, 0};
+  }
+  auto const label = decap.decapLabel(pw);
+  if (harness.decapLabelToPwIntfColl->labelToPwIntf(label) != pw) {
+    return {0, 0};
+  }
+  auto const& requests = harness.mplsDecapConfig->config();
+  std::size_t waiting = 0;
+  std::size_t all = 0;
+  for (auto it = requests.lowerBound(
+           Hardware::MarlTunnel::MplsDecapInfoKey(label, Bridging::VlanIdOrNone(), 0));
+       it != requests.end() && it->first.label() == label; ++it) {
+    ++all;
+    waiting += chip->waiting(it->first) ? 1 : 0;
+  }
+  return {waiting, all};
+}
+
+// A programmed pseudowire whose entries the chip has no room for says so.
+PseudowireStatus programmedOnChip(AgentHarness const& harness, Netcore::IntfId pw,
+                                  PseudowireStatus programmed) {
+  auto const [waiting, all] = chipWaits(harness, pw);
+  if (waiting == 0) {
+    return programmed;
+  }
+  return status(PwStatusCode::waitingForChip, "waiting for the chip: " + std::to_string(waiting) +
+                                                  " of " + std::to_string(all) +
+                                                  " decap entries (in-LIF table full)");
+}
+
 PseudowireStatus standbyStatus(AgentHarness const& harness, Netcore::IntfId pw) {
   if (!harness.hwVplsPwDecapConfig->decapLabelHas(pw)) {
     return status(PwStatusCode::standbyWaitingForLabel, "standby, waiting for label");
   }
   return standbyEntryProgrammed(harness, pw)
-             ? status(PwStatusCode::standby, "standby")
+             ? programmedOnChip(harness, pw, status(PwStatusCode::standby, "standby"))
              : status(PwStatusCode::standbyNotProgrammed, "standby, not programmed");
 }
 
@@ -207,11 +244,13 @@ PseudowireStatus pseudowireStatus(AgentHarness const& harness, Netcore::IntfId p
     return status(PwStatusCode::waitingForInputs, "waiting for " + joined(missing));
   }
   if (complete) {
-    return status(PwStatusCode::programmed, "programmed");
+    return programmedOnChip(harness, pw, status(PwStatusCode::programmed, "programmed"));
   }
   if (programmed > 0) {
-    return status(PwStatusCode::partlyProgrammed, "programmed for " + std::to_string(programmed) +
-                                                      " of " + std::to_string(vlans) + " VLANs");
+    return programmedOnChip(
+        harness, pw,
+        status(PwStatusCode::partlyProgrammed, "programmed for " + std::to_string(programmed) +
+                                                   " of " + std::to_string(vlans) + " VLANs"));
   }
   return status(PwStatusCode::notProgrammed, "not programmed");
 }

@@ -28,6 +28,7 @@ enum class PwStatusCode : std::uint8_t {
   programmed,
   partlyProgrammed,
   notProgrammed,
+  waitingForChip,
 };
 
 // The code as one word, the same word in every output ("programmed", "waitingForInputs", ...).

@@ -62,8 +62,12 @@ std::string recordingHeaderLine(StartState const& state, std::string const& comm
   return recordingLine(json);
 }
 
-std::string recordingChangeLine(InputChange const& change) {
-  return recordingLine(changeJson(change));
+std::string recordingChangeLine(InputChange const& change, bool sameBatch) {
+  auto json = changeJson(change);
+  if (sameBatch) {
+    json["sameBatch"] = true;
+  }
+  return recordingLine(json);
 }
 
 }  // namespace Host

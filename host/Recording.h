@@ -18,8 +18,9 @@ nlohmann::ordered_json changeJson(InputChange const& change);
 
 // The first line: comment (when not empty), cleanSlate, toggles, meshGroups, before, outputs.
 std::string recordingHeaderLine(StartState const& state, std::string const& comment = {});
-// One change.
-std::string recordingChangeLine(InputChange const& change);
+// One change; `sameBatch`: applied in one batch with the change before it (see the runner's
+// `sameBatch`).
+std::string recordingChangeLine(InputChange const& change, bool sameBatch = false);
 // Any JSON value as one recording line.
 std::string recordingLine(nlohmann::ordered_json const& json);
 

@@ -13,6 +13,9 @@ std::string recordingOpLine(Op const& op) {
   switch (op.kind) {
     case OpKind::change:
       json = Host::changeJson(op.change);
+      if (op.sameBatch) {
+        json["sameBatch"] = true;
+      }
       break;
     case OpKind::show:
       json = {{"op", "show"}, {"args", op.showArgs}};

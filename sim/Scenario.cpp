@@ -22,8 +22,6 @@ using Json = nlohmann::json;
 // Objects in file order, for the output rows.
 using OrderedJson = nlohmann::ordered_json;
 
-constexpr std::uint64_t kMaxU32 = 0xffffffffu;
-constexpr std::uint64_t kMaxVlan = 4094;
 constexpr std::uint64_t kMaxMeshGroups = 4;
 
 using Host::ChangeKind;
@@ -248,8 +246,8 @@ InputTable table(Json const& op, std::string const& where) {
 }
 
 void readSetOrDel(Json const& json, std::string const& where, Host::InputChange& op) {
-  static constexpr std::array<std::string_view, 5> kFields{"op", "table", "key", "value",
-                                                           "comment"};
+  static constexpr std::array<std::string_view, 6> kFields{"op",    "table",   "key",
+                                                           "value", "comment", "sameBatch"};
   requireKnownFields(json, where, kFields,
                      std::string(op.kind == ChangeKind::set ? "a set" : "a del") + " op");
   op.table = table(json, where);
@@ -296,6 +294,9 @@ Op readOp(Json const& json, std::string const& where, bool beforeStart) {
   switch (op.kind) {
     case OpKind::change:
       readSetOrDel(json, where, op.change);
+      if (auto const it = json.find("sameBatch"); it != json.end()) {
+        op.sameBatch = boolean(*it, member(where, "sameBatch"));
+      }
       return op;
     case OpKind::show: {
       static constexpr std::array<std::string_view, 3> kFields{"op", "args", "comment"};
@@ -325,7 +326,11 @@ std::vector<Op> readOps(Json const& list, std::string const& name, bool beforeSt
   std::vector<Op> ops;
   ops.reserve(list.size());
   for (std::size_t i = 0; i < list.size(); ++i) {
-    ops.push_back(readOp(list[i], name + "[" + std::to_string(i) + "]", beforeStart));
+    std::string const where = name + "[" + std::to_string(i) + "]";
+    ops.push_back(readOp(list[i], where, beforeStart));
+    if (ops.back().sameBatch && (i == 0 || ops[i - 1].kind != OpKind::change)) {
+      fail(member(where, "sameBatch"), "a change is batched only with a change right before it");
+    }
   }
   return ops;
 }

@@ -26,6 +26,9 @@ enum class OpKind : std::uint8_t { change, show, restart };
 struct Op {
   OpKind kind = OpKind::restart;
   Host::InputChange change;
+  // A change applied in the same batch as the change before it: the chip is not programmed
+  // between them (an agent that wrote both in one database transaction).
+  bool sameBatch = false;
   std::string showArgs;
   std::string comment;
 };

@@ -73,6 +73,7 @@ void ScenarioRunner::writeToggles() const {
 }
 
 bool ScenarioRunner::run(StepObserver const& observer) {
+  auto const& events = scenario_.events;
   auto const step = [&](int index, Op const* op) {
     StepReport report;
     report.event = index;
@@ -81,7 +82,8 @@ bool ScenarioRunner::run(StepObserver const& observer) {
       if (op == nullptr) {
         start();
       } else {
-        report.show = apply(*op);
+        auto const next = static_cast<std::size_t>(index) + 1;
+        report.show = apply(*op, next >= events.size() || !events[next].sameBatch);
       }
     } catch (std::exception const& e) {
       report.error = e.what();
@@ -114,15 +116,20 @@ void ScenarioRunner::start() {
     outputLoader_(*harness_, scenario_.outputs);
   }
   harness_->start();
+  harness_->batchDone();
 }
 
-std::optional<std::string> ScenarioRunner::apply(Op const& op) {
+std::optional<std::string> ScenarioRunner::apply(Op const& op, bool batchEnds) {
   switch (op.kind) {
     case OpKind::change:
       write(op);
+      if (batchEnds) {
+        harness_->batchDone();
+      }
       return std::nullopt;
     case OpKind::restart:
       harness_->restart();
+      harness_->batchDone();
       return std::nullopt;
     case OpKind::show:
       return show(op.showArgs);

@@ -68,10 +68,11 @@ class ScenarioRunner {
 
   // The steps one at a time. start() writes the `before` ops, loads the outputs through the
   // options' loader (std::runtime_error when there are outputs and no loader) and starts the
-  // agent; apply() runs one op and returns the answer of a show op. Both let the library's
-  // exceptions pass.
+  // agent; apply() runs one op and returns the answer of a show op, and ends the batch of
+  // changes (the chip programs what they requested) unless told that the next op continues it.
+  // Both end a batch and let the library's exceptions pass.
   void start();
-  std::optional<std::string> apply(Op const& op);
+  std::optional<std::string> apply(Op const& op, bool batchEnds = true);
 
   // Runs a "vplsDecap" request with the argument text through the registered command
   // callback, exactly as the command socket runs one, and returns what it wrote.

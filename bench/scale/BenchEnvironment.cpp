@@ -24,9 +24,9 @@ BenchEnvironment::BenchEnvironment() : dir_(Host::makePrivateDir("vpls-scale")) 
   Trace::Flashlog::open(dir_ / "vpls-scale.flashlog");
 }
 
-Host::AgentSettings BenchEnvironment::agentSettings(bool chipModel) {
+Host::AgentSettings BenchEnvironment::agentSettings(bool chip) {
   Host::AgentSettings settings;
-  settings.chipModel = chipModel;
+  settings.chip = chip;
   settings.socketDir = dir_ / "sockets";
   settings.toggleDir = dir_ / "toggles";
   settings.logSink = [this](Cog::LogMessage const&, std::vector<std::string> const&,

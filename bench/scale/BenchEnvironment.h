@@ -20,7 +20,7 @@ class BenchEnvironment {
   BenchEnvironment& operator=(BenchEnvironment const&) = delete;
 
   // The settings of an agent measured here (its allocator's mesh slots at their default).
-  Host::AgentSettings agentSettings(bool chipModel);
+  Host::AgentSettings agentSettings(bool chip);
 
   // Log messages the agent wrote since the start; a correct mix writes none.
   std::uint64_t logMessages() const noexcept { return logMessages_; }

@@ -83,7 +83,7 @@ INSTANTIATE_TEST_SUITE_P(
             "UnknownOpField",
             R"(EVENT:{"op": "del", "table": "decapLabel", "key": "Pseudowire1", "vlaue": 1})",
             "events[1].vlaue: unknown field in a del op (allowed: op, table, key, value, "
-            "comment)"},
+            "comment, sameBatch)"},
         BadScenario{
             "UnknownValueField",
             R"(EVENT:{"op": "set", "table": "vplsPwIntfInfo", "key": "Pseudowire1", "value": {"instance": "v"}})",
