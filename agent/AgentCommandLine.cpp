@@ -27,7 +27,8 @@ long long integer(std::string const& option, std::string const& text, long long 
 
 std::string agentUsage() {
   return "usage: vpls-decap-agent --redis URL [--db N] [--socket-dir DIR] [--mesh-groups N]\n"
-         "                        [--flashlog PATH] [--trace-level N] [--trace-file PATH]\n"
+         "                        [--chip-rows N] [--flashlog PATH] [--trace-level N]\n"
+         "                        [--trace-file PATH]\n"
          "                        [--record FILE] [--redis-user NAME]\n"
          "                        [--redis-password-file PATH]\n"
          "       vpls-decap-agent --version\n"
@@ -39,6 +40,8 @@ std::string agentUsage() {
          "  --socket-dir DIR   the command socket's directory (default $MARL_SOCKET_DIR or\n"
          "                     /tmp/marl-sockets)\n"
          "  --mesh-groups N    mesh split-horizon slots per VLAN domain, 1..4 (default 4)\n"
+         "  --chip-rows N      rows of the emulated chip's in-LIF table, 1..131071 (default\n"
+         "                     131071); decap entries beyond them wait for the chip\n"
          "  --flashlog PATH    record the binary trace into PATH\n"
          "  --trace-level N    text traces of the library up to level N (0..9)\n"
          "  --trace-file PATH  append the text traces to PATH instead of stderr\n"
@@ -73,6 +76,11 @@ AgentCommandLine parseAgentCommandLine(std::vector<std::string> const& args) {
       {"--mesh-groups",
        [&](auto const& o, auto const& v) {
          line.meshGroups = static_cast<std::uint32_t>(integer(o, v, 1, 4));
+       }},
+      {"--chip-rows",
+       [&](auto const& o, auto const& v) {
+         line.chipRows = static_cast<std::uint32_t>(
+             integer(o, v, 1, Hardware::Marl::AradIhpLifTable::kMaxLifIndex));
        }},
       {"--flashlog", [&](auto const&, auto const& v) { line.flashlog = v; }},
       {"--trace-level",

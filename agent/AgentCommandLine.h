@@ -5,12 +5,13 @@
 #include <string>
 #include <vector>
 
+#include "Hardware/AradIhpLifTable.h"
 #include "dblink/RedisUrl.h"
 
 namespace VplsAgent {
 
 // The daemon's command line:
-//   vpls-decap-agent --redis URL [--db N] [--socket-dir DIR] [--mesh-groups N]
+//   vpls-decap-agent --redis URL [--db N] [--socket-dir DIR] [--mesh-groups N] [--chip-rows N]
 //                    [--flashlog PATH] [--trace-level N] [--trace-file PATH] [--record FILE]
 //                    [--redis-user NAME] [--redis-password-file PATH]
 //   vpls-decap-agent --version
@@ -22,6 +23,8 @@ struct AgentCommandLine {
   int db = 0;
   std::optional<std::string> socketDir;
   std::uint32_t meshGroups = 4;
+  // The rows of the emulated chip's in-LIF table.
+  std::uint32_t chipRows = Hardware::Marl::AradIhpLifTable::kMaxLifIndex;
   std::optional<std::string> flashlog;
   std::optional<int> traceLevel;
   std::optional<std::string> traceFile;

@@ -137,6 +137,7 @@ std::vector<Host::InputChange> DecapAgent::decodeInputs(StateSnapshot const& fou
 void DecapAgent::startWrapper(StateSnapshot const& found) {
   Host::AgentSettings settings;
   settings.meshGroups = config_.meshGroups;
+  settings.chipRows = config_.chipRows;
   settings.hwFecIdResponses = found.hwFecIdResponses ? 1 : 0;
   settings.scheduler = scheduler_;
   if (config_.socketDir) {
@@ -149,6 +150,7 @@ void DecapAgent::startWrapper(StateSnapshot const& found) {
   Host::StartState scenario;
   scenario.cleanSlate = !found.hwFecIdResponses;
   scenario.meshGroups = config_.meshGroups;
+  scenario.chipRows = config_.chipRows;
   scenario.toggles = readToggles();
   // Before the wrapper starts nothing reacts: the inputs found are simply there, as a
   // scenario's `before` ops are. Attributes at their default need no op.

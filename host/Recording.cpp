@@ -47,6 +47,9 @@ std::string recordingHeaderLine(StartState const& state, std::string const& comm
     }
   }
   json["meshGroups"] = state.meshGroups;
+  if (state.chipRows != Hardware::Marl::AradIhpLifTable::kMaxLifIndex) {
+    json["chipRows"] = state.chipRows;
+  }
   json["before"] = Json::array();
   for (auto const& change : state.before) {
     json["before"].push_back(changeJson(change));

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "Hardware/AradIhpLifTable.h"
 #include "host/InputChange.h"
 #include "host/StateRow.h"
 
@@ -20,6 +21,8 @@ struct StartState {
   // Toggle name to state; none: no toggle file at all.
   std::optional<std::map<std::string, bool>> toggles;
   std::uint32_t meshGroups = 4;
+  // The rows of the emulated chip's in-LIF table.
+  std::uint32_t chipRows = Hardware::Marl::AradIhpLifTable::kMaxLifIndex;
   std::vector<InputChange> before;
   std::vector<StateRow> outputs;
 };

@@ -33,11 +33,11 @@ constexpr std::array kInputTables{
     InputTable::vxlanPresent,   InputTable::vxlanDciConfigured,
 };
 
-constexpr std::array<std::string_view, 7> kTopLevelKeys{
-    "comment", "cleanSlate", "toggles", "meshGroups", "before", "events", "outputs"};
+constexpr std::array<std::string_view, 8> kTopLevelKeys{
+    "comment", "cleanSlate", "toggles", "meshGroups", "chipRows", "before", "events", "outputs"};
 // A recording's first line: its events are the lines after it.
-constexpr std::array<std::string_view, 6> kRecordingHeaderKeys{
-    "comment", "cleanSlate", "toggles", "meshGroups", "before", "outputs"};
+constexpr std::array<std::string_view, 7> kRecordingHeaderKeys{
+    "comment", "cleanSlate", "toggles", "meshGroups", "chipRows", "before", "outputs"};
 
 constexpr std::string_view kSplitHorizonToggle = "MarlTunnelSplitHorizonGroup";
 
@@ -439,6 +439,10 @@ void readTopLevel(OrderedJson const& ordered, Names const& allowed, Scenario& sc
   if (auto const it = json.find("meshGroups"); it != json.end()) {
     scenario.meshGroups = static_cast<std::uint32_t>(integer(*it, "meshGroups", 1, kMaxMeshGroups));
   }
+  if (auto const it = json.find("chipRows"); it != json.end()) {
+    scenario.chipRows = static_cast<std::uint32_t>(
+        integer(*it, "chipRows", 1, Hardware::Marl::AradIhpLifTable::kMaxLifIndex));
+  }
   if (auto const it = json.find("before"); it != json.end()) {
     scenario.before = readOps(*it, "before", true);
   }
@@ -529,6 +533,7 @@ Host::StartState startState(Scenario const& scenario) {
   state.cleanSlate = scenario.cleanSlate;
   state.toggles = scenario.toggles;
   state.meshGroups = scenario.meshGroups;
+  state.chipRows = scenario.chipRows;
   for (auto const& op : scenario.before) {
     state.before.push_back(op.change);
   }

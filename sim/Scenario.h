@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "Hardware/AradIhpLifTable.h"
 #include "host/InputChange.h"
 #include "host/StartState.h"
 #include "host/StateRow.h"
@@ -51,6 +52,8 @@ struct Scenario {
   // Toggle name to state; no value means no toggle file at all.
   std::optional<std::map<std::string, bool>> toggles;
   std::uint32_t meshGroups = 4;
+  // The rows of the emulated chip's in-LIF table (fewer than the chip's make a small chip).
+  std::uint32_t chipRows = Hardware::Marl::AradIhpLifTable::kMaxLifIndex;
   std::vector<Op> before;
   std::vector<Op> events;
   // Output state present before start-up (what an earlier agent left), in file order.

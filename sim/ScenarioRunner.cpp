@@ -32,6 +32,7 @@ ScenarioRunner::ScenarioRunner(Scenario scenario, Options options)
     Statedb::SharedTableManager::resetAllForTest();
     Host::AgentSettings settings;
     settings.meshGroups = scenario_.meshGroups;
+    settings.chipRows = scenario_.chipRows;
     // One entry in the HW FEC id response table is enough for the wrapper to decide on a start
     // without clean slate.
     settings.hwFecIdResponses = scenario_.cleanSlate ? 0 : 1;

@@ -21,7 +21,7 @@ INPUT_TABLES = ("VPLS_PW_INTF_INFO", "VPLS_DECAP_LABEL", "VPLS_VLAN_TAG_INFO",
 OUTPUT_TABLES = ("MPLS_DECAP_CONFIG", "LABEL_TO_PW_INTF", "VPLS_DECAP_STATUS",
                  "VPLS_ENCAP_ADDITIONAL_ID", "VPLS_ADDITIONAL_DATA", "LPO_REQUEST", "LPO_RESPONSE",
                  "INTF_TO_LPO_KEY", "ESEM_CONFIG", "TAG_POP_PUSH_APP", "EVEC_PROFILE_REQUEST",
-                 "VPLS_SM_STATUS")
+                 "VPLS_SM_STATUS", "CHIP_DECAP_ENTRY")
 PW_INFO_FIELDS = ("vplsInstanceName", "groupName", "splitHorizon", "standby", "vlanAware",
                   "controlWord", "flowLabel")
 
@@ -198,6 +198,11 @@ def expected_rows(state):
         rows["TAG_POP_PUSH_APP|" + app] = {"enabled": text(enabled)}
     for e in state["evecProfileRequest"]:
         rows[f"EVEC_PROFILE_REQUEST|{e['first']}|{e['second']}"] = {"requested": "true"}
+    for e in state["chipDecapEntries"]:
+        key = "|".join(["CHIP_DECAP_ENTRY", text(e["label"]), text(e["innerDot1QTag"]),
+                        text(e["keyField3"])])
+        rows[key] = {f: text(e[f]) for f in ("lifIndex", "name", "flag", "hwFecId", "globalInLif",
+                                             "inLifProfile", "vlanId", "field8", "field9")}
     rows["VPLS_SM_STATUS"] = {"vplsSmReady": text(state["vplsSmReady"]),
                               "allocatorStartupSyncDoneCalls":
                                   text(state["allocatorStartupSyncDoneCalls"])}

@@ -77,7 +77,8 @@ class Examples(AgentCase):
         if not scenario.get("cleanSlate", True):
             self.db.hset("L2_UCAST_HW_FEC_ID_RESPONSE|1", "hwFecIdResponse", "1")
         env = rig.toggle_env(self.dir.name, scenario.get("toggles"))
-        agent = self.agent(["--mesh-groups", str(scenario.get("meshGroups", 4))], env)
+        agent = self.agent(["--mesh-groups", str(scenario.get("meshGroups", 4)),
+                            "--chip-rows", str(scenario.get("chipRows", 131071))], env)
         rig.barrier(self.db, "start")
         self.assertOutputs(states[0]["state"], f"{path.name} after start-up", agent)
         for i, op in enumerate(scenario.get("events", [])):

@@ -118,9 +118,9 @@ inline SimResult runScenarioText(std::string const& scenario, std::vector<std::s
 }
 
 // The example scenarios, for tests that run each of them, and their names as test names.
-inline auto const kExamples =
-    ::testing::Values("standby-pseudowire", "vlan-aware-instance", "split-horizon-groups",
-                      "vxlan-regimes", "awkward-order", "show-command", "agent-restart");
+inline auto const kExamples = ::testing::Values(
+    "standby-pseudowire", "vlan-aware-instance", "split-horizon-groups", "vxlan-regimes",
+    "awkward-order", "show-command", "agent-restart", "full-chip");
 inline std::string exampleTestName(::testing::TestParamInfo<char const*> const& info) {
   std::string name = info.param;
   std::erase(name, '-');
