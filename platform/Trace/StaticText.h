@@ -12,11 +12,11 @@ namespace Trace {
 
 // A text with static storage duration, typically a function's signature, handed on as an
 // argument to a trace call site that is not its own: a helper that traces on behalf of its
-// caller. It is registered once in the Flashlog's table of static texts, like a call site's
-// format, so that a record holds only its id (one word, nothing copied) and the decoder prints
-// the whole text; Duallog prints the text itself. Made only by staticText<Text>(), whose
-// template argument can only name an object with static storage duration: the text outlives
-// every copy of the value, and its id is registered before any record refers to it.
+// caller. It is registered once in the Flashlog's format table, like a call site's format, so
+// that a record holds only its id (one word, nothing copied) and the decoder prints the whole
+// text; Duallog prints the text itself. Made only by staticText<Text>(), whose template argument
+// can only name an object with static storage duration: the text outlives every copy of the
+// value, and its id is registered before any record refers to it.
 // Threading: a plain value; staticText() may be called from any thread.
 class StaticText {
  public:
