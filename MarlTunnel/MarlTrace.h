@@ -11,7 +11,9 @@ Trace::Facility& marlTunnelFacility();
 // Trace levels of the library. Every handler and programming operation traces its entry at
 // kTraceDetail; start-up at kTraceStartup; conditions an operator may be chasing (allocation
 // failures, groups refused under VXLAN, entries the hardware holds but the configuration does
-// not) at kTraceNotable.
+// not) at kTraceNotable, where they arise. A caller that only notes that such an operation
+// failed and goes on (addVlanTagInfo after addVplsPwIntfVlanDomain) traces that at
+// kTraceDetail: the condition itself was traced at kTraceNotable by the operation.
 inline constexpr int kTraceCleanSlate = 0;
 inline constexpr int kTraceNotable = 1;
 inline constexpr int kTraceStartup = 2;

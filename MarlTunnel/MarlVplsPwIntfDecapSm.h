@@ -38,6 +38,7 @@
 #include "MarlTunnel/MarlVplsPwIntfInfo.h"
 #include "Netcore/IntfId.h"
 #include "Netcore/MplsLabel.h"
+#include "Trace/StaticText.h"
 
 namespace Hardware::MarlTunnel {
 
@@ -306,9 +307,10 @@ class MarlVplsPwIntfDecapSm : public Loom::Node {
 
   // The orientation request of one split-horizon group of a pseudowire, checked against the
   // allocator's answer and the VXLAN regime; the orientation to use, or none when the group
-  // cannot be programmed (allocation failed, or refused while VXLAN is present).
+  // cannot be programmed (allocation failed, or refused while VXLAN is present). Its traces
+  // begin with the caller's signature, a static text so that the Flashlog keeps it whole.
   std::optional<Orientation> requestOrientation(LifProfileOrientationKey const& key,
-                                                std::string_view caller,
+                                                Trace::StaticText caller,
                                                 Loom::String const& logGroupName,
                                                 Loom::String const& logInstanceName);
 

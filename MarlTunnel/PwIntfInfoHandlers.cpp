@@ -53,7 +53,7 @@ void MarlVplsPwIntfDecapSm::addVplsPwIntfInfo(Netcore::IntfId pwIntfId) {
     return;
   } else if (info.vlanAware() || !toggleMarlTunnelSplitHorizonGroupEnabled()) {
     auto const key = getLifProfileOrientationKey(0, pwIntfId, true);
-    orientation = requestOrientation(key, kSig, groupName, instanceName);
+    orientation = requestOrientation(key, Trace::staticText<kSig>(), groupName, instanceName);
     if (!orientation) {
       return;
     }
@@ -61,7 +61,7 @@ void MarlVplsPwIntfDecapSm::addVplsPwIntfInfo(Netcore::IntfId pwIntfId) {
   } else if (auto const key = existingVlanDomainKey(pwIntfId)) {
     // Groups per VLAN domain: the VLANs that arrive later request theirs from VLAN tag info
     // handling; one already known is requested here so that the additional id is published.
-    orientation = requestOrientation(*key, kSig, groupName, instanceName);
+    orientation = requestOrientation(*key, Trace::staticText<kSig>(), groupName, instanceName);
     if (!orientation) {
       return;
     }

@@ -32,7 +32,7 @@ LifProfileOrientationKey MarlVplsPwIntfDecapSm::getLifProfileOrientationKey(
 }
 
 std::optional<Orientation> MarlVplsPwIntfDecapSm::requestOrientation(
-    LifProfileOrientationKey const& key, std::string_view caller, Loom::String const& logGroupName,
+    LifProfileOrientationKey const& key, Trace::StaticText caller, Loom::String const& logGroupName,
     Loom::String const& logInstanceName) {
   lpoRequestIs(key);
   // The allocator answers inside the request; no answer yet counts as orientation 0.
@@ -94,7 +94,8 @@ bool MarlVplsPwIntfDecapSm::addVplsPwIntfVlanDomain(Netcore::IntfId pwIntfId,
     return true;  // an instance-wide group is requested with the pseudowire's configuration
   }
   auto const key = getLifProfileOrientationKey(vlanId, pwIntfId, false);
-  auto const orientation = requestOrientation(key, kSig, key.groupName(), key.instanceName());
+  auto const orientation =
+      requestOrientation(key, Trace::staticText<kSig>(), key.groupName(), key.instanceName());
   if (!orientation) {
     return false;
   }

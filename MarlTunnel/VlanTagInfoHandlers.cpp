@@ -57,7 +57,7 @@ void MarlVplsPwIntfDecapSm::addVlanTagInfo(Fab::VplsPwIntfVlanKey const& key) {
                             toggleMarlTunnelSplitHorizonGroupEnabled();
   if (perVlanGroup && !addVplsPwIntfVlanDomain(pwIntfId, vlanId.value())) {
     // The decap entry is still programmed; the operator was told through the log message.
-    MARL_TRACE(kTraceNotable, kSig, "addVplsPwIntfVlanDomain failed. ");
+    MARL_TRACE(kTraceDetail, kSig, "addVplsPwIntfVlanDomain failed. ");
   }
   addDecapConfig(pwIntfId, vlanId.value());
   addEsemConfig(vlanId, hwVplsPwDecapConfig_->vlanTagInfo(key));

@@ -1,6 +1,10 @@
-// What one library trace costs. The three benchmarks trace or format the same message: a
-// function signature, " pwIntfId: ", an interface id, " vlanId: ", a VLAN number.
+// What one library trace costs. The benchmarks trace or format the same message: a function
+// signature, " pwIntfId: ", an interface id, " vlanId: ", a VLAN number.
 //   BM_FlashlogRecord   the Flashlog record alone (format registered beforehand)
+//   BM_FlashlogRecordCallerText  the same with the signature handed in as a runtime string,
+//                       copied into the record up to its bound
+//   BM_FlashlogRecordStaticText  the same with the signature handed in as a static text, as a
+//                       helper tracing for its caller gets it: the record holds its id
 //   BM_TraceDisabled    the whole TRACE macro with the facility's Duallog level off: what
 //                       every trace in the agent pays
 //   BM_Snprintf         formatting the message with snprintf, interface name included
@@ -15,6 +19,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <string_view>
 
 #include "Netcore/IntfId.h"
 #include "Trace/Trace.h"
@@ -43,6 +48,36 @@ void BM_FlashlogRecord(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_FlashlogRecord);
+
+void BM_FlashlogRecordCallerText(benchmark::State& state) {
+  std::string_view const caller = kSig;
+  Netcore::IntfId pwIntfId = Netcore::IntfId::pseudowire(5);
+  std::uint16_t vlanId = 100;
+  Trace::FormatId const id = Trace::detail::callSiteFormat(
+      benchFacility(), 8, caller, " pwIntfId: ", pwIntfId, " vlanId: ", vlanId);
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(pwIntfId);
+    benchmark::DoNotOptimize(vlanId);
+    Trace::detail::record(id, caller, " pwIntfId: ", pwIntfId, " vlanId: ", vlanId);
+    benchmark::ClobberMemory();
+  }
+}
+BENCHMARK(BM_FlashlogRecordCallerText);
+
+void BM_FlashlogRecordStaticText(benchmark::State& state) {
+  Trace::StaticText const caller = Trace::staticText<kSig>();
+  Netcore::IntfId pwIntfId = Netcore::IntfId::pseudowire(5);
+  std::uint16_t vlanId = 100;
+  Trace::FormatId const id = Trace::detail::callSiteFormat(
+      benchFacility(), 8, caller, " pwIntfId: ", pwIntfId, " vlanId: ", vlanId);
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(pwIntfId);
+    benchmark::DoNotOptimize(vlanId);
+    Trace::detail::record(id, caller, " pwIntfId: ", pwIntfId, " vlanId: ", vlanId);
+    benchmark::ClobberMemory();
+  }
+}
+BENCHMARK(BM_FlashlogRecordStaticText);
 
 void BM_TraceDisabled(benchmark::State& state) {
   Trace::Duallog::levelDel("TraceBench");

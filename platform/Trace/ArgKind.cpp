@@ -24,6 +24,7 @@ void appendNumeric(std::string& out, ArgKind kind, std::uint64_t raw) {
       return;
     case ArgKind::kFragment:
     case ArgKind::kText:
+    case ArgKind::kStaticText:
       return;
   }
   out.append(buf, end);

@@ -15,19 +15,23 @@ enum class ArgKind : std::uint8_t {
   kBool = 3,      // one word, 0 or 1; text: "0" or "1"
   kText = 4,      // bounded copy of a runtime string (at most kMaxTextBytes bytes)
   kIntfId = 5,    // one word, the raw 32-bit interface id; text: the id's name
+  // One word, the id of a text registered once in the format table (Trace::StaticText); text:
+  // the whole registered text.
+  kStaticText = 6,
 };
 
-// Longest runtime text a Flashlog record keeps; longer text is cut to this many bytes.
+// Longest runtime text a Flashlog record keeps; longer text is cut to this many bytes. Static
+// fragments and static texts are kept whole: they are in the file's table, not in records.
 inline constexpr std::size_t kMaxTextBytes = 64;
 
-// Whether a kind occupies exactly one word in a record.
+// Whether a kind is a number in one word whose text appendNumeric writes.
 constexpr bool isNumeric(ArgKind kind) noexcept {
   return kind == ArgKind::kSigned || kind == ArgKind::kUnsigned || kind == ArgKind::kBool ||
          kind == ArgKind::kIntfId;
 }
 
 constexpr bool isValidArgKind(std::uint8_t raw) noexcept {
-  return raw <= 5;
+  return raw <= static_cast<std::uint8_t>(ArgKind::kStaticText);
 }
 
 // Appends the text form of a numeric argument. Duallog and the Flashlog decoder both go

@@ -47,7 +47,7 @@ struct Mapping {
 
 struct State {
   std::mutex mutex;
-  std::vector<std::string> formats;  // encoded entries; formats[id - 1]
+  std::vector<std::string> formats;  // encoded entries (formats and static texts); [id - 1]
   std::vector<std::unique_ptr<Mapping>> mappings;
   bool idsExhaustedReported = false;
 };
@@ -233,6 +233,28 @@ bool openLocked(State& s, std::filesystem::path const& path, FlashlogOptions con
   return fileBacked;
 }
 
+// Registers the entry that encode makes for the next id: kept for the files opened later and
+// appended to the current one.
+template <class Encode>
+FormatId entryIs(Encode const& encode) {
+  State& s = state();
+  std::lock_guard lock(s.mutex);
+  if (s.formats.size() >= layout::kMaxFormatId) {
+    if (!s.idsExhaustedReported) {
+      s.idsExhaustedReported = true;
+      warn("more than " + std::to_string(layout::kMaxFormatId) +
+           " trace call sites and static texts; the further ones are not recorded");
+    }
+    return layout::kUnrecordedFormat;
+  }
+  auto const id = static_cast<FormatId>(s.formats.size() + 1);
+  s.formats.push_back(encode(id));
+  if (!s.mappings.empty()) {
+    appendFormat(*s.mappings.back(), s.formats.back());
+  }
+  return id;
+}
+
 std::string programName() {
   std::string name = program_invocation_short_name;
   return name.empty() || name == "." || name == ".." ? std::string("agent") : name;
@@ -342,23 +364,11 @@ void flush() noexcept {
 }
 
 FormatId formatIs(Format const& format) {
-  std::string entry;
-  State& s = state();
-  std::lock_guard lock(s.mutex);
-  if (s.formats.size() >= layout::kMaxFormatId) {
-    if (!s.idsExhaustedReported) {
-      s.idsExhaustedReported = true;
-      warn("more than " + std::to_string(layout::kMaxFormatId) +
-           " trace call sites; the further ones are not recorded");
-    }
-    return layout::kUnrecordedFormat;
-  }
-  auto const id = static_cast<FormatId>(s.formats.size() + 1);
-  s.formats.push_back(encodeFormatEntry(id, format));
-  if (!s.mappings.empty()) {
-    appendFormat(*s.mappings.back(), s.formats.back());
-  }
-  return id;
+  return entryIs([&format](FormatId id) { return encodeFormatEntry(id, format); });
+}
+
+FormatId staticTextIs(std::string_view text) {
+  return entryIs([text](FormatId id) { return encodeStaticTextEntry(id, text); });
 }
 
 void recordTexts(FormatId id, std::span<std::string_view const> texts) {

@@ -127,6 +127,12 @@ void flush() noexcept;
 // once the id space is used up.
 FormatId formatIs(Format const& format);
 
+// Registers a text with static storage duration that records refer to by id (an argument of
+// kind kStaticText; use Trace::staticText, which registers each text once) and returns the id,
+// from the same sequence as format ids and with the same limits. The text is written into
+// every file the process opens.
+FormatId staticTextIs(std::string_view text);
+
 // Records a message whose arguments are all text (the format's argument slots must be kText;
 // missing texts record as empty, surplus ones are ignored).
 void recordTexts(FormatId id, std::span<std::string_view const> texts);

@@ -13,6 +13,8 @@ namespace {
 constexpr std::size_t kFixedBytes = 16;
 constexpr std::size_t kMaxFacilityBytes = std::numeric_limits<std::uint16_t>::max();
 
+enum class EntryType : std::uint8_t { kFormat = 0, kStaticText = 1 };
+
 template <class T>
 void put(std::string& out, T value) {
   char bytes[sizeof(T)];
@@ -54,6 +56,29 @@ class EntryCursor {
   std::size_t at_ = 0;
 };
 
+// The fixed fields of an entry; the entry bytes are filled in by finishEntry.
+std::string startEntry(FormatId id, int level, EntryType type, std::size_t facilityBytes,
+                       std::size_t count) {
+  std::string out;
+  put<std::uint32_t>(out, 0);
+  put<std::uint32_t>(out, id);
+  put<std::uint8_t>(out, static_cast<std::uint8_t>(std::clamp(level, 0, 255)));
+  put<std::uint8_t>(out, static_cast<std::uint8_t>(type));
+  put<std::uint16_t>(out, static_cast<std::uint16_t>(facilityBytes));
+  put<std::uint32_t>(out, static_cast<std::uint32_t>(count));
+  return out;
+}
+
+std::string finishEntry(std::string out) {
+  out.resize((out.size() + 7) / 8 * 8, '\0');
+  if (out.size() > std::numeric_limits<std::uint32_t>::max()) {
+    throw std::invalid_argument("trace format-table entry too large for the format table");
+  }
+  auto const size = static_cast<std::uint32_t>(out.size());
+  std::memcpy(out.data(), &size, sizeof size);
+  return out;
+}
+
 }  // namespace
 
 std::size_t Format::argCount() const {
@@ -65,13 +90,8 @@ std::string encodeFormatEntry(FormatId id, Format const& format) {
   if (format.facility.size() > kMaxFacilityBytes) {
     throw std::invalid_argument("trace facility name longer than 65535 bytes");
   }
-  std::string out;
-  put<std::uint32_t>(out, 0);  // entry bytes, filled in below
-  put<std::uint32_t>(out, id);
-  put<std::uint8_t>(out, static_cast<std::uint8_t>(std::clamp(format.level, 0, 255)));
-  put<std::uint8_t>(out, 0);
-  put<std::uint16_t>(out, static_cast<std::uint16_t>(format.facility.size()));
-  put<std::uint32_t>(out, static_cast<std::uint32_t>(format.elements.size()));
+  std::string out = startEntry(id, format.level, EntryType::kFormat, format.facility.size(),
+                               format.elements.size());
   out += format.facility;
   for (FormatElement const& e : format.elements) {
     put<std::uint8_t>(out, static_cast<std::uint8_t>(e.kind));
@@ -80,13 +100,16 @@ std::string encodeFormatEntry(FormatId id, Format const& format) {
       out += e.text;
     }
   }
-  out.resize((out.size() + 7) / 8 * 8, '\0');
-  if (out.size() > std::numeric_limits<std::uint32_t>::max()) {
-    throw std::invalid_argument("trace format too large for the format table");
+  return finishEntry(std::move(out));
+}
+
+std::string encodeStaticTextEntry(FormatId id, std::string_view text) {
+  if (text.size() > std::numeric_limits<std::uint32_t>::max()) {
+    throw std::invalid_argument("static trace text longer than 4 GiB");
   }
-  auto const size = static_cast<std::uint32_t>(out.size());
-  std::memcpy(out.data(), &size, sizeof size);
-  return out;
+  std::string out = startEntry(id, 0, EntryType::kStaticText, 0, text.size());
+  out += text;
+  return finishEntry(std::move(out));
 }
 
 DecodedFormatEntry decodeFormatEntry(std::span<char const> bytes) {
@@ -106,9 +129,16 @@ DecodedFormatEntry decodeFormatEntry(std::span<char const> bytes) {
     throw FlashlogError("format id " + std::to_string(entry.id) + " is out of range");
   }
   entry.format.level = body.take<std::uint8_t>("level");
-  body.take<std::uint8_t>("padding");
+  auto const type = body.take<std::uint8_t>("entry type");
   auto const facilityBytes = body.take<std::uint16_t>("facility length");
   auto const elementCount = body.take<std::uint32_t>("element count");
+  if (type == static_cast<std::uint8_t>(EntryType::kStaticText)) {
+    entry.staticText = body.takeText(elementCount, "static text");
+    return entry;
+  }
+  if (type != static_cast<std::uint8_t>(EntryType::kFormat)) {
+    throw FlashlogError("entry has unknown type " + std::to_string(type));
+  }
   entry.format.facility = body.takeText(facilityBytes, "facility name");
   for (std::uint32_t i = 0; i < elementCount; ++i) {
     auto const kind = body.take<std::uint8_t>("element kind");

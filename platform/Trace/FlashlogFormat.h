@@ -2,8 +2,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Trace/ArgKind.h"
@@ -34,15 +36,21 @@ struct Format {
   bool operator==(Format const&) const = default;
 };
 
-// The encoding of a format-table entry in a Flashlog file (native byte order, padded to a
-// multiple of 8 bytes):
-//   u32 entry bytes | u32 format id | u8 level | u8 0 | u16 facility bytes | u32 elements
-//   facility bytes, then per element: u8 kind, and for a fragment u32 length and its bytes.
+// The encoding of an entry of the format table in a Flashlog file (native byte order, padded to
+// a multiple of 8 bytes). The table holds the formats of call sites and the static texts that
+// records refer to by id (Trace::StaticText); both take their ids from one sequence.
+//   u32 entry bytes | u32 id | u8 level | u8 entry type | u16 facility bytes | u32 count
+//   entry type 0, a format: count is the number of elements; the facility bytes, then per
+//     element: u8 kind, and for a fragment u32 length and its bytes.
+//   entry type 1, a static text: level and facility bytes 0, count is the text's length; then
+//     the text's bytes.
 std::string encodeFormatEntry(FormatId id, Format const& format);
+std::string encodeStaticTextEntry(FormatId id, std::string_view text);
 
 struct DecodedFormatEntry {
   FormatId id = 0;
-  Format format;
+  Format format;                          // of a format entry
+  std::optional<std::string> staticText;  // of a static text entry (format then empty)
   std::size_t entryBytes = 0;
 };
 

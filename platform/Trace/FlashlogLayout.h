@@ -8,15 +8,17 @@
 // The Flashlog file, shared by the writer (Flashlog) and the decoder (FlashlogReader):
 //
 //   [0, 4096)                         FileHeader
-//   [formatOffset, +formatBytes)      format table: entries appended as call sites register
+//   [formatOffset, +formatBytes)      format table: entries appended as call sites and static
+//                                     texts register (FlashlogFormat.h)
 //   [ringOffset, +ringWords * 8)      ring of 64-bit words holding the records
 //
 // A record is a run of words starting at an absolute word position p (the ring index is
 // p mod ringWords):
 //   word 0  header: magic (4 bits) | length in words (8) | format id (20) | low 32 bits of p
 //   word 1  ticks (Trace::Clock)
-//   then one word per numeric argument, and for a text argument a word holding its byte
-//   length (at most kMaxTextBytes) followed by the bytes packed into words.
+//   then one word per numeric argument and per static text (its id in the format table), and
+//   for a text argument a word holding its byte length (at most kMaxTextBytes) followed by the
+//   bytes packed into words.
 // The header is written last, with release order, and carries the record's own position, so
 // the decoder recognises a record only once it is complete and tells a live header from a
 // stale one left by the previous lap of the ring. Words are in the writer's byte order;
@@ -24,7 +26,10 @@
 namespace Trace::layout {
 
 inline constexpr char kMagic[8] = {'M', 'A', 'R', 'L', 'F', 'L', 'O', 'G'};
-inline constexpr std::uint32_t kVersion = 1;
+// Version 2 added static texts (their table entries and argument kind); a version 1 file is a
+// version 2 file without them, so the decoder reads both.
+inline constexpr std::uint32_t kVersion = 2;
+inline constexpr std::uint32_t kOldestReadableVersion = 1;
 inline constexpr std::uint32_t kByteOrderMark = 0x01020304;
 inline constexpr std::size_t kHeaderBytes = 4096;
 inline constexpr std::size_t kAgentNameBytes = 64;
@@ -34,8 +39,8 @@ inline constexpr std::uint64_t kMaxRingWords = std::uint64_t{1} << 31;
 inline constexpr std::uint64_t kMinFormatBytes = 4096;
 inline constexpr std::uint64_t kMaxFormatBytes = std::uint64_t{1} << 28;
 
-// Format id 0 marks a call site that is not recorded; the highest id marks a clock anchor
-// record (ticks, then wall-clock nanoseconds as its one argument word).
+// Format id 0 marks a call site (or static text) that is not recorded; the highest id marks a
+// clock anchor record (ticks, then wall-clock nanoseconds as its one argument word).
 inline constexpr std::uint32_t kFormatIdBits = 20;
 inline constexpr std::uint32_t kUnrecordedFormat = 0;
 inline constexpr std::uint32_t kClockFormat = (1u << kFormatIdBits) - 1;

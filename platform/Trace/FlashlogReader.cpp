@@ -26,6 +26,12 @@ struct Anchor {
   std::int64_t realtimeNs;
 };
 
+// The format table: the formats of call sites and the static texts records refer to.
+struct Table {
+  std::map<FormatId, Format> formats;
+  std::map<std::uint64_t, std::string> staticTexts;
+};
+
 struct Decoded {
   std::uint64_t ticks;
   Format const* format;
@@ -54,8 +60,9 @@ class Decoder {
     if (h.byteOrder != layout::kByteOrderMark) {
       fail("written by a machine of the other byte order");
     }
-    if (h.version != layout::kVersion) {
-      fail("flashlog version " + std::to_string(h.version) + " (this decoder reads version " +
+    if (h.version < layout::kOldestReadableVersion || h.version > layout::kVersion) {
+      fail("flashlog version " + std::to_string(h.version) + " (this decoder reads versions " +
+           std::to_string(layout::kOldestReadableVersion) + " to " +
            std::to_string(layout::kVersion) + ")");
     }
     bool const layoutOk =
@@ -85,20 +92,25 @@ class Decoder {
     return h;
   }
 
-  std::map<FormatId, Format> formats(FileHeader const& h) const {
-    std::map<FormatId, Format> result;
-    std::span<char const> const table(bytes_.data() + h.formatOffset, h.formatUsed);
+  Table readTable(FileHeader const& h) const {
+    Table result;
+    std::span<char const> const entries(bytes_.data() + h.formatOffset, h.formatUsed);
     std::size_t at = 0;
-    while (at < table.size()) {
+    while (at < entries.size()) {
       DecodedFormatEntry entry;
       try {
-        entry = decodeFormatEntry(table.subspan(at));
+        entry = decodeFormatEntry(entries.subspan(at));
       } catch (FlashlogError const& e) {
         fail("corrupt format table entry at byte " + std::to_string(h.formatOffset + at) + ": " +
              e.what());
       }
-      if (!result.emplace(entry.id, std::move(entry.format)).second) {
+      if (result.formats.contains(entry.id) || result.staticTexts.contains(entry.id)) {
         fail("corrupt format table: format id " + std::to_string(entry.id) + " appears twice");
+      }
+      if (entry.staticText) {
+        result.staticTexts.emplace(entry.id, std::move(*entry.staticText));
+      } else {
+        result.formats.emplace(entry.id, std::move(entry.format));
       }
       at += entry.entryBytes;
     }
@@ -118,7 +130,7 @@ class Decoder {
 
   // Appends the record's text; false when its words do not match its format.
   bool decodeRecord(std::uint64_t position, std::uint64_t words, Format const& format,
-                    std::string& text) const {
+                    Table const& table, std::string& text) const {
     std::uint64_t at = position + 2;
     std::uint64_t const end = position + words;
     for (FormatElement const& e : format.elements) {
@@ -140,6 +152,12 @@ class Decoder {
           std::memcpy(chunk, &w, sizeof chunk);
           text.append(chunk, std::min<std::uint64_t>(8, raw - i));
         }
+      } else if (e.kind == ArgKind::kStaticText) {
+        auto const found = table.staticTexts.find(raw);
+        if (found == table.staticTexts.end()) {
+          return false;
+        }
+        text += found->second;
       } else {
         if ((e.kind == ArgKind::kBool && raw > 1) ||
             (e.kind == ArgKind::kIntfId && raw > 0xffffffffu)) {
@@ -206,7 +224,7 @@ FlashlogReader FlashlogReader::fromFile(std::filesystem::path const& path) {
 FlashlogReader::FlashlogReader(std::string const& bytes, std::string name) {
   Decoder decoder(bytes, std::move(name));
   FileHeader const h = decoder.header();
-  std::map<FormatId, Format> const formats = decoder.formats(h);
+  Table const table = decoder.readTable(h);
   decoder.setRing(h);
   agent_.assign(h.agent, ::strnlen(h.agent, sizeof h.agent));
   pid_ = h.pid;
@@ -228,9 +246,10 @@ FlashlogReader::FlashlogReader(std::string const& bytes, std::string name) {
         position += words;
         continue;
       }
-      auto const format = formats.find(id);
+      auto const format = table.formats.find(id);
       std::string text;
-      if (format != formats.end() && decoder.decodeRecord(position, words, format->second, text)) {
+      if (format != table.formats.end() &&
+          decoder.decodeRecord(position, words, format->second, table, text)) {
         decoded.push_back({decoder.word(position + 1), &format->second, std::move(text)});
         position += words;
         continue;

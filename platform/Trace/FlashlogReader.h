@@ -12,10 +12,12 @@ namespace Trace {
 
 // Decodes a Flashlog file, also one whose writer aborted or is still writing: the records
 // still in the ring, oldest first, each with its wall-clock time and the text Duallog would
-// have printed (text arguments as far as the record kept them, kMaxTextBytes bytes).
-// Records torn by the wrap of the ring, overwritten while being read, or never completed are
-// skipped and counted. A file that is not a Flashlog, or whose header or format table is
-// truncated or corrupt, raises FlashlogError naming the file and the problem.
+// have printed (runtime text arguments as far as the record kept them, kMaxTextBytes bytes;
+// static fragments and static texts whole, from the file's format table). Records torn by the
+// wrap of the ring, overwritten while being read, never completed, or referring to a format or
+// static text missing from the table are skipped and counted. A file that is not a Flashlog, or
+// whose header or format table is truncated or corrupt, raises FlashlogError naming the file and
+// the problem.
 // Threading: an immutable value once constructed.
 class FlashlogReader {
  public:

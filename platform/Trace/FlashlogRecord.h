@@ -12,8 +12,9 @@
 
 // Encoding of one trace call's arguments into a Flashlog record (layout in FlashlogLayout.h).
 // Static fragments are not stored: they are in the format table. A message whose arguments
-// are all numbers is a fixed number of plain stores with no branch on the values; text
-// arguments cost a copy of at most kMaxTextBytes bytes each.
+// are all numbers or static texts (one word, the text's id) is a fixed number of plain stores
+// with no branch on the values; runtime text arguments cost a copy of at most kMaxTextBytes
+// bytes each.
 namespace Trace::detail {
 
 template <class A>

@@ -7,6 +7,7 @@
 #include "Trace/Facility.h"
 #include "Trace/Flashlog.h"
 #include "Trace/FlashlogRecord.h"
+#include "Trace/StaticText.h"
 
 // TRACE(facility, level, fragments...): the one way to trace.
 //
@@ -14,7 +15,8 @@
 //
 // The variadic arguments are the pieces of one message in order. String literals and
 // char const[N] arrays are the static fragments of the call site; everything else is an
-// argument, classified by Trace::ArgTraits (numbers, enums, text, interface ids). Every call
+// argument, classified by Trace::ArgTraits (numbers, enums, text, interface ids, static texts
+// handed in by another function: Trace::StaticText). Every call
 // records into the Flashlog; when the facility has the level enabled, the pieces are also
 // joined, with nothing between them, into one Duallog line. The call site's format is
 // registered once, on its first execution. level must be a constant 0..9. Each argument is

@@ -6,6 +6,7 @@
 #include "Cog/Toggle.h"
 #include "DecapSmFixture.h"
 #include "MarlTunnel/MarlTrace.h"
+#include "Trace/FlashlogReader.h"
 #include "tests/platform/Trace/TraceTestSupport.h"
 
 namespace Hardware::MarlTunnel::test {
@@ -128,6 +129,34 @@ TEST_F(SplitHorizonTest, WithdrawnRequestsTraceTheirKeys) {
         "IntfId)delete lpoRequest: for(vpls1, 0, grpB, 1, Pseudowire2)\n"}) {
     EXPECT_NE(text.find(line), std::string::npos) << line;
   }
+}
+
+TEST_F(SplitHorizonTest, AFailedVlanDomainIsRecordedWithWholeSignaturesAtTheirLevels) {
+  TraceTest::TempDir dir;
+  ASSERT_TRUE(Trace::Flashlog::open(dir / "decap.flashlog"));
+  start();
+  for (std::uint32_t n = 1; n <= 5; ++n) {
+    fullPw(n, "vpls1", group(n));  // the fifth group of VLAN domain 10 finds no slot
+  }
+  auto const reader = Trace::FlashlogReader::fromFile(dir / "decap.flashlog");
+  std::vector<std::pair<int, std::string>> failures;
+  for (auto const& r : reader.records()) {
+    if (r.facility == "MarlTunnel" && r.text.find("failed") != std::string::npos) {
+      failures.emplace_back(r.level, r.text);
+    }
+  }
+  EXPECT_EQ(failures,
+            (std::vector<std::pair<int, std::string>>{
+                {1,
+                 "bool Hardware::MarlTunnel::MarlVplsPwIntfDecapSm::addVplsPwIntfVlanDomain("
+                 "Netcore::IntfId, U16) Orientation alloc failed"},
+                {8,
+                 "void Hardware::MarlTunnel::MarlVplsPwIntfDecapSm::addVlanTagInfo(const "
+                 "Fab::VplsPwIntfVlanKey&)addVplsPwIntfVlanDomain failed. "},
+                {1,
+                 "void Hardware::MarlTunnel::MarlVplsPwIntfDecapSm::populateMplsDecapConfigHelper("
+                 "Netcore::IntfId, Bridging::VlanIdOrNone) Orientation alloc failed for (, 10, g5, "
+                 "1, Pseudowire5)"}}));
 }
 
 TEST_F(SplitHorizonTest, VxlanDciLogForAVlanDomainNamesTheVlan) {

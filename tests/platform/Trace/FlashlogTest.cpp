@@ -110,6 +110,29 @@ TEST_F(FlashlogTest, TextArgumentsAreCopiedPerRecordAndCutAtTheBound) {
             (std::vector<std::string>{"[" + cut + "][buf][]", "[" + cut + "][cuf][]"}));
 }
 
+constexpr char kLongSig[] =
+    "bool Hardware::MarlTunnel::MarlVplsPwIntfDecapSm::addVplsPwIntfVlanDomain(Netcore::IntfId, "
+    "U16)";
+constexpr char kShortSig[] = "void f()";
+static_assert(sizeof kLongSig - 1 > Trace::kMaxTextBytes);
+
+// A helper tracing on behalf of its caller.
+void failedFor(Trace::StaticText caller, int n) {
+  TRACE(fac(), 1, caller, " failed ", n);
+}
+
+TEST_F(FlashlogTest, StaticTextsAreKeptWholeAlsoInFilesOpenedAfterTheirRegistration) {
+  failedFor(Trace::staticText<kLongSig>(), 1);
+  ASSERT_TRUE(Trace::Flashlog::open(file_, options_));
+  failedFor(Trace::staticText<kLongSig>(), 2);
+  failedFor(Trace::staticText<kShortSig>(), 3);
+  std::string const sig = kLongSig;
+  EXPECT_EQ(texts(read()), (std::vector<std::string>{sig + " failed 2", "void f() failed 3"}));
+  EXPECT_EQ(texts(FlashlogReader::fromFile(file_.string() + ".1")),
+            std::vector<std::string>{sig + " failed 1"});
+  EXPECT_EQ(Trace::argText(Trace::staticText<kLongSig>()), sig);
+}
+
 TEST_F(FlashlogTest, ConcurrentWritersLoseNoRecord) {
   options_.ringBytes = 1 << 20;
   ASSERT_TRUE(Trace::Flashlog::open(file_, options_));
@@ -229,6 +252,8 @@ TEST_F(FlashlogTest, BrokenFilesAreRefusedWithTheReason) {
        "corrupt format table entry at byte 4096: entry size 3"},
       {"element kind", poked<char>(good, Trace::layout::kHeaderBytes + 16 + facilityBytes, 42),
        "has unknown kind 42"},
+      {"entry type", poked<char>(good, Trace::layout::kHeaderBytes + 9, 5),
+       "entry has unknown type 5"},
   };
   for (Case const& c : cases) {
     try {
