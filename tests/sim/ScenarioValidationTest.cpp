@@ -49,11 +49,11 @@ INSTANTIATE_TEST_SUITE_P(
                     "invalid scenario: the key \"meshGroups\" appears twice in one object"},
         BadScenario{"UnknownTopLevelKey", R"({"evnts": []})",
                     "unknown top-level key \"evnts\" (allowed: comment, cleanSlate, toggles, "
-                    "meshGroups, before, events, outputs)"},
+                    "meshGroups, chipRows, before, events, outputs)"},
         // Names from the file keep the message on one line.
         BadScenario{"UnknownKeyWithNewline", R"({"a\nb\u0001\"": 1})",
                     "unknown top-level key \"a\\nb\\u0001\\\"\" (allowed: comment, cleanSlate, "
-                    "toggles, meshGroups, before, events, outputs)"},
+                    "toggles, meshGroups, chipRows, before, events, outputs)"},
         BadScenario{"UnknownOpFieldWithTab", R"(EVENT:{"op": "restart", "x\ty": 1})",
                     "events[1].x\\ty: unknown field in a restart op (allowed: op, comment)"},
         BadScenario{"UnknownOpWithNewline", R"(EVENT:{"op": "set\n"})",
