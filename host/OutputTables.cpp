@@ -110,6 +110,14 @@ LifProfileOrientationKey lpoKey(Cells const& c, std::size_t at) {
       pwOf(c[at + 4]));
 }
 
+// What most tables are: a list in the JSON state, elements with values, loaded at start, their
+// entity notifying each key. A description states only where it differs.
+struct TableDefaults {
+  static constexpr JsonShape jsonShape = JsonShape::list;
+  static constexpr bool isSet = false;
+  static constexpr bool loadedAtStart = true;
+};
+
 // A reactor whose one handler `handler` passes each key to Note.
 #define VPLS_KEY_REACTOR(Handler)                           \
   template <class Note>                                     \
@@ -120,15 +128,12 @@ LifProfileOrientationKey lpoKey(Cells const& c, std::size_t at) {
   };                                                        \
   static constexpr bool notifies = true;
 
-struct MplsDecapConfigTable {
+struct MplsDecapConfigTable : TableDefaults {
   using Entity = Hardware::MarlTunnel::MplsDecapConfig;
   using Key = MplsDecapInfoKey;
   using Value = MplsDecapInfo;
   static constexpr std::string_view redisName = "MPLS_DECAP_CONFIG";
   static constexpr std::string_view jsonName = "mplsDecapConfig";
-  static constexpr JsonShape jsonShape = JsonShape::list;
-  static constexpr bool isSet = false;
-  static constexpr bool loadedAtStart = true;
   static constexpr auto keyColumns = kMplsDecapKeyColumns;
   static constexpr auto valueColumns = mplsDecapInfoColumns<Value, itself<Value>>;
   static Entity const* entity(AgentHarness const& h) { return h.mplsDecapConfig.get(); }
@@ -149,15 +154,13 @@ struct MplsDecapConfigTable {
   VPLS_KEY_REACTOR(onConfig)
 };
 
-struct LabelToPwIntfTable {
+struct LabelToPwIntfTable : TableDefaults {
   using Entity = Fab::LabelToPwIntfId;
   using Key = Netcore::MplsLabel;
   using Value = Netcore::IntfId;
   static constexpr std::string_view redisName = "LABEL_TO_PW_INTF";
   static constexpr std::string_view jsonName = "labelToPwIntf";
   static constexpr JsonShape jsonShape = JsonShape::map;
-  static constexpr bool isSet = false;
-  static constexpr bool loadedAtStart = true;
   static constexpr std::array<Column<Key>, 1> keyColumns{{
       {"label", K::number, Netcore::MplsLabel::kMaxLabel,
        [](Key const& k) -> Cell { return k.value(); }},
@@ -182,14 +185,12 @@ struct LabelToPwIntfTable {
   VPLS_KEY_REACTOR(onLabelToPwIntf)
 };
 
-struct DecapStatusTable {
+struct DecapStatusTable : TableDefaults {
   using Entity = Fab::HwVplsPwDecapStatus;
   using Key = Fab::VplsPwIntfVlanKey;
   using Value = Fab::NexthopIndex;
   static constexpr std::string_view redisName = "VPLS_DECAP_STATUS";
   static constexpr std::string_view jsonName = "decapStatus";
-  static constexpr JsonShape jsonShape = JsonShape::list;
-  static constexpr bool isSet = false;
   // The starting agent's walk rebuilds it.
   static constexpr bool loadedAtStart = false;
   static constexpr std::array<Column<Key>, 2> keyColumns{{
@@ -219,15 +220,13 @@ struct DecapStatusTable {
   VPLS_KEY_REACTOR(onDecapStatus)
 };
 
-struct EncapAdditionalIdTable {
+struct EncapAdditionalIdTable : TableDefaults {
   using Entity = Fab::HwVplsPwStatus;
   using Key = Netcore::IntfId;
   using Value = Fab::VplsEncapAdditionalId;
   static constexpr std::string_view redisName = "VPLS_ENCAP_ADDITIONAL_ID";
   static constexpr std::string_view jsonName = "encapAdditionalId";
   static constexpr JsonShape jsonShape = JsonShape::map;
-  static constexpr bool isSet = false;
-  static constexpr bool loadedAtStart = true;
   static constexpr std::array<Column<Key>, 1> keyColumns{{
       {"pw", K::pw, 0, [](Key const& k) -> Cell { return pwText(k); }},
   }};
@@ -251,15 +250,12 @@ struct EncapAdditionalIdTable {
   VPLS_KEY_REACTOR(onEncapAdditionalId)
 };
 
-struct AdditionalDataTable {
+struct AdditionalDataTable : TableDefaults {
   using Entity = Fab::VplsPwIntfAdditionalDataMap;
   using Key = Fab::VplsIntfKey;
   using Value = std::uint16_t;
   static constexpr std::string_view redisName = "VPLS_ADDITIONAL_DATA";
   static constexpr std::string_view jsonName = "additionalDataMap";
-  static constexpr JsonShape jsonShape = JsonShape::list;
-  static constexpr bool isSet = false;
-  static constexpr bool loadedAtStart = true;
   static constexpr std::array<Column<Key>, 4> keyColumns{{
       {"vplsInstanceName", K::text, kAnyLength,
        [](Key const& k) -> Cell { return k.vplsInstanceName().str(); }},
@@ -288,15 +284,13 @@ struct AdditionalDataTable {
   VPLS_KEY_REACTOR(onAdditionalDataMap)
 };
 
-struct LpoRequestTable {
+struct LpoRequestTable : TableDefaults {
   using Entity = Hardware::MarlTunnel::LifProfileOrientationConfig;
   using Key = LifProfileOrientationKey;
   using Value = Present;
   static constexpr std::string_view redisName = "LPO_REQUEST";
   static constexpr std::string_view jsonName = "lpoRequest";
-  static constexpr JsonShape jsonShape = JsonShape::list;
   static constexpr bool isSet = true;
-  static constexpr bool loadedAtStart = true;
   static constexpr auto keyColumns = lpoKeyColumns<Key, itself<Key>>;
   static constexpr std::array<Column<Value>, 1> valueColumns{{
       {"requested", K::boolean, 1, [](Value const&) -> Cell { return true; }},
@@ -319,15 +313,12 @@ struct LpoRequestTable {
   VPLS_KEY_REACTOR(onLpoRequest)
 };
 
-struct LpoResponseTable {
+struct LpoResponseTable : TableDefaults {
   using Entity = Hardware::MarlTunnel::LifProfileOrientationStatus;
   using Key = LifProfileOrientationKey;
   using Value = LifProfileAndOrientation;
   static constexpr std::string_view redisName = "LPO_RESPONSE";
   static constexpr std::string_view jsonName = "lpoResponse";
-  static constexpr JsonShape jsonShape = JsonShape::list;
-  static constexpr bool isSet = false;
-  static constexpr bool loadedAtStart = true;
   static constexpr auto keyColumns = lpoKeyColumns<Key, itself<Key>>;
   static constexpr std::array<Column<Value>, 2> valueColumns{{
       {"inLifProfile", K::number, kMaxU32,
@@ -353,15 +344,13 @@ struct LpoResponseTable {
   VPLS_KEY_REACTOR(onLpoResponse)
 };
 
-struct IntfToLpoKeyTable {
+struct IntfToLpoKeyTable : TableDefaults {
   using Entity = Hardware::MarlTunnel::IntfToLifProfileOrientationKeyMap;
   using Key = Netcore::IntfId;
   using Value = LifProfileOrientationKey;
   static constexpr std::string_view redisName = "INTF_TO_LPO_KEY";
   static constexpr std::string_view jsonName = "intfToLifProfileOrientationKey";
   static constexpr JsonShape jsonShape = JsonShape::map;
-  static constexpr bool isSet = false;
-  static constexpr bool loadedAtStart = true;
   static constexpr std::array<Column<Key>, 1> keyColumns{{
       {"pw", K::pw, 0, [](Key const& k) -> Cell { return pwText(k); }},
   }};
@@ -385,15 +374,12 @@ struct IntfToLpoKeyTable {
   VPLS_KEY_REACTOR(onLifProfileOrientationKey)
 };
 
-struct EsemConfigTable {
+struct EsemConfigTable : TableDefaults {
   using Entity = Hardware::MarlTunnel::EsemConfigVpls;
   using Key = EsemConfigKeyVpls;
   using Value = EsemConfigInfoVpls;
   static constexpr std::string_view redisName = "ESEM_CONFIG";
   static constexpr std::string_view jsonName = "esemConfig";
-  static constexpr JsonShape jsonShape = JsonShape::list;
-  static constexpr bool isSet = false;
-  static constexpr bool loadedAtStart = true;
   static constexpr std::array<Column<Key>, 3> keyColumns{{
       {"vlanDomain", K::number, kMaxU32, [](Key const& k) -> Cell { return k.vlanDomain(); }},
       {"vlanId", K::number, kMaxU16, [](Key const& k) -> Cell { return k.vlanId(); }},
@@ -425,15 +411,13 @@ struct EsemConfigTable {
   VPLS_KEY_REACTOR(onEsemConfig)
 };
 
-struct TagPopPushAppTable {
+struct TagPopPushAppTable : TableDefaults {
   using Entity = Hardware::MarlTunnel::TagPopPushConfig;
   using Key = VtAppId;
   using Value = bool;
   static constexpr std::string_view redisName = "TAG_POP_PUSH_APP";
   static constexpr std::string_view jsonName = "tagPopPushApp";
   static constexpr JsonShape jsonShape = JsonShape::map;
-  static constexpr bool isSet = false;
-  static constexpr bool loadedAtStart = true;
   static constexpr std::array<Column<Key>, 1> keyColumns{{
       {"appId", K::number, kMaxU32,
        [](Key const& k) -> Cell { return std::uint64_t{static_cast<std::uint32_t>(k)}; }},
@@ -458,15 +442,13 @@ struct TagPopPushAppTable {
   VPLS_KEY_REACTOR(onApp)
 };
 
-struct EvecProfileRequestTable {
+struct EvecProfileRequestTable : TableDefaults {
   using Entity = Hardware::MarlTunnel::EvecProfileRequestDir;
   using Key = EvecProfileKey;
   using Value = Present;
   static constexpr std::string_view redisName = "EVEC_PROFILE_REQUEST";
   static constexpr std::string_view jsonName = "evecProfileRequest";
-  static constexpr JsonShape jsonShape = JsonShape::list;
   static constexpr bool isSet = true;
-  static constexpr bool loadedAtStart = true;
   static constexpr std::array<Column<Key>, 2> keyColumns{{
       {"first", K::number, kMaxU32, [](Key const& k) -> Cell { return k.first(); }},
       {"second", K::number, kMaxU32, [](Key const& k) -> Cell { return k.second(); }},
@@ -502,15 +484,12 @@ MplsDecapInfo const& installedInfo(Chip::DecapProgrammer::Installed const& insta
 
 // The emulated chip's installed decap entries: the row each holds and the request it was
 // installed from. Kept as the chip keeps its tables when its agent restarts.
-struct ChipDecapEntryTable {
+struct ChipDecapEntryTable : TableDefaults {
   using Entity = Chip::DecapProgrammer;
   using Key = MplsDecapInfoKey;
   using Value = Chip::DecapProgrammer::Installed;
   static constexpr std::string_view redisName = "CHIP_DECAP_ENTRY";
   static constexpr std::string_view jsonName = "chipDecapEntries";
-  static constexpr JsonShape jsonShape = JsonShape::list;
-  static constexpr bool isSet = false;
-  static constexpr bool loadedAtStart = true;
   static constexpr bool notifies = false;
   static constexpr auto keyColumns = kMplsDecapKeyColumns;
   static constexpr auto valueColumns = [] {
@@ -556,15 +535,13 @@ struct SmStatus {
   std::uint32_t allocatorStartupSyncDoneCalls = 0;
 };
 
-struct SmStatusTable {
+struct SmStatusTable : TableDefaults {
   using Entity = AgentHarness;
   using Key = std::monostate;
   using Value = SmStatus;
   static constexpr std::string_view redisName = "VPLS_SM_STATUS";
   static constexpr std::string_view jsonName = "";
   static constexpr JsonShape jsonShape = JsonShape::members;
-  static constexpr bool isSet = false;
-  static constexpr bool loadedAtStart = true;
   static constexpr bool notifies = false;
   static constexpr std::array<Column<Key>, 0> keyColumns{};
   static constexpr std::array<Column<Value>, 2> valueColumns{{

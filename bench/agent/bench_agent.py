@@ -144,6 +144,12 @@ def run_once(binary, pseudowires, vlans, changes):
             outputs = rig.output_rows(db)
             statuses = {k: db.hgetall(k) for k in db.scan_iter("VPLS_PW_STATUS|*", count=10000)}
             entries = sum(1 for k in outputs if k.startswith("MPLS_DECAP_CONFIG|"))
+            # Decap entries (the VTT2 entries, profile 15, are none) without a row on the chip.
+            decap = sum(1 for k, v in outputs.items()
+                        if k.startswith("MPLS_DECAP_CONFIG|") and v.get("inLifProfile") != "15")
+            waiting = decap - sum(1 for k in outputs if k.startswith("CHIP_DECAP_ENTRY|"))
+            waitingPws = sum(1 for v in statuses.values()
+                             if v.get("status", "").startswith("waiting for the chip"))
             written = list(outputs.items()) + list(statuses.items())
             floor = pipe(server, protocol(written, db=1))
 
@@ -172,7 +178,8 @@ def run_once(binary, pseudowires, vlans, changes):
                     "agentRssKiB": rss, "agentCpuSeconds": agentCpu,
                     "serverCpuSeconds": serverCpu, "burstChanges": changes,
                     "burstSeconds": burstSeconds, "burstPeakGrowthMiB": burstGrowth,
-                    "burstResynchronisations": resyncs}
+                    "burstResynchronisations": resyncs, "entriesWaitingForChip": waiting,
+                    "pseudowiresWaitingForChip": waitingPws}
         finally:
             db.close()
             agent.stop(signal.SIGKILL)
@@ -191,7 +198,8 @@ def main():
     args = parser.parse_args()
     results = []
     print(f"{'P x V':>10} {'entries':>8} {'out keys':>9} {'program s':>10} {'entries/s':>10} "
-          f"{'floor s':>8} {'x floor':>8} {'startup s':>10} {'rewritten':>9} {'RSS MiB':>8}")
+          f"{'floor s':>8} {'x floor':>8} {'startup s':>10} {'rewritten':>9} {'RSS MiB':>8} "
+          f"{'waiting':>8}")
     for pseudowires in args.pseudowires:
         runs = [run_once(args.agent, pseudowires, args.vlans, args.burst)
                 for _ in range(args.repetitions)]
@@ -205,9 +213,14 @@ def main():
               f"{best['programSeconds']:>10.3f} {best['entriesPerSecond']:>10.0f} "
               f"{best['floorSeconds']:>8.3f} {best['ratioToFloor']:>8.2f} "
               f"{best['startupSeconds']:>10.3f} {best['startupOutputKeysWritten']:>9} "
-              f"{best['agentRssKiB'] / 1024:>8.1f}  (program CPU: agent "
+              f"{best['agentRssKiB'] / 1024:>8.1f} {best['entriesWaitingForChip']:>8}  "
+              f"(program CPU: agent "
               f"{best['agentCpuSeconds']:.2f} s, server {best['serverCpuSeconds']:.2f} s)",
               flush=True)
+        if best["entriesWaitingForChip"]:
+            print(f"{'':>13}{best['entriesWaitingForChip']} decap entries of "
+                  f"{best['pseudowiresWaitingForChip']} pseudowires wait for the chip's in-LIF "
+                  f"table", flush=True)
         print(f"{'':>13}burst of {args.burst} changes: {best['burstSeconds']:.2f} s, "
               f"{args.burst / best['burstSeconds']:.0f} changes/s, agent peak memory "
               f"+{best['burstPeakGrowthMiB']:.1f} MiB, "
