@@ -155,7 +155,8 @@ Host::Cell fieldCell(InputColumn const& column, std::string_view text) {
 
 // Checks that every field of the hash is one of `columns`.
 void requireKnownFields(Fields const& fields, std::span<InputColumn const* const> columns) {
-  for (auto const& [field, value] : fields) {
+  for (auto const& entry : fields) {
+    auto const& field = entry.first;
     bool const known = std::any_of(columns.begin(), columns.end(),
                                    [&](InputColumn const* c) { return c->name == field; });
     if (!known) {
