@@ -58,6 +58,8 @@ ShowAgent& ShowAgent::instance() {
 ShowAgent::ShowAgent() : dir_(socketDirectory()), harness_(settingsFor(dir_)) {
   harness_.start();
   program();
+  // The chip programs the batch, as it does at the end of each batch of changes.
+  harness_.batchDone();
   auto const callback =
       socket().agentSocketCallback(Hardware::MarlTunnel::VplsSmWrapper::kShowCommand);
   auto* show = dynamic_cast<Hardware::MarlTunnel::ShowVplsDecapCliCallback*>(callback.get());
