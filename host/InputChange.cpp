@@ -17,7 +17,10 @@ std::string describe(InputChange const& change) {
   bool const set = change.kind == ChangeKind::set;
   std::string text = std::string(set ? "set " : "del ") + std::string(table.name);
   for (auto const& column : table.keyColumns) {
-    text += column.name == "pw" ? " " : " " + std::string(column.name) + " ";
+    text += ' ';
+    if (column.name != "pw") {
+      text.append(column.name).append(" ");
+    }
     text += columnText(column, change);
   }
   if (set) {
