@@ -21,7 +21,8 @@ using Cells = std::vector<Cell>;
 //   loadedAtStart                    see OutputTable;
 //   keyColumns, valueColumns         std::arrays of Column<Key> and Column<Value>;
 //   entity(harness)                  the entity, null while it is absent;
-//   forEach(entity, visit)           visits (key, value) of every element in key order;
+//   elements(entity)                 the entity's collection of (key, value) elements; or
+//   forEach(entity, visit)           visits (key, value) of every element in key order, and
 //   find(entity, key)                the value, or null (or none);
 //   make(cells)                      the key and the value from decoded cells, and
 //   store(harness, key, value)       writes an element read back;
@@ -64,15 +65,34 @@ class OutputTableOf final : public OutputTable {
     if (entity == nullptr) {
       return std::nullopt;
     }
-    auto const value = D::find(*entity, key);
+    auto const value = find(*entity, key);
     return value ? std::optional<Fields>(fields(*value)) : std::nullopt;
+  }
+
+  template <class F>
+  static void forEach(typename D::Entity const& entity, F const& visit) {
+    if constexpr (requires { D::elements(entity); }) {
+      for (auto const& [key, value] : D::elements(entity)) {
+        visit(key, value);
+      }
+    } else {
+      D::forEach(entity, visit);
+    }
+  }
+
+  static auto find(typename D::Entity const& entity, Key const& key) {
+    if constexpr (requires { D::elements(entity); }) {
+      return D::elements(entity).find(key);
+    } else {
+      return D::find(entity, key);
+    }
   }
 
   void forEachRow(AgentHarness const& harness,
                   std::function<void(std::string&&, Fields&&)> const& visit) const override {
     if (auto const* entity = D::entity(harness)) {
-      D::forEach(*entity,
-                 [&](Key const& key, Value const& value) { visit(keyText(key), fields(value)); });
+      forEach(*entity,
+              [&](Key const& key, Value const& value) { visit(keyText(key), fields(value)); });
     }
   }
 
@@ -83,7 +103,7 @@ class OutputTableOf final : public OutputTable {
     if (entity == nullptr) {
       return out;
     }
-    D::forEach(*entity, [&](Key const& key, Value const& value) {
+    forEach(*entity, [&](Key const& key, Value const& value) {
       Json values = Json::object();
       if constexpr (!D::isSet) {
         for (auto const& column : D::valueColumns) {

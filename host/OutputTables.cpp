@@ -137,13 +137,7 @@ struct MplsDecapConfigTable : TableDefaults {
   static constexpr auto keyColumns = kMplsDecapKeyColumns;
   static constexpr auto valueColumns = mplsDecapInfoColumns<Value, itself<Value>>;
   static Entity const* entity(AgentHarness const& h) { return h.mplsDecapConfig.get(); }
-  template <class F>
-  static void forEach(Entity const& e, F const& visit) {
-    for (auto const& [key, value] : e.config()) {
-      visit(key, value);
-    }
-  }
-  static Value const* find(Entity const& e, Key const& k) { return e.config().find(k); }
+  static auto const& elements(Entity const& e) { return e.config(); }
   static std::pair<Key, Value> make(Cells const& c) {
     auto const key = mplsDecapKey(c);
     return {key, mplsDecapInfo(key, c, 3)};
@@ -169,13 +163,7 @@ struct LabelToPwIntfTable : TableDefaults {
       {"pw", K::pw, 0, [](Value const& v) -> Cell { return pwText(v); }},
   }};
   static Entity const* entity(AgentHarness const& h) { return h.decapLabelToPwIntfColl.get(); }
-  template <class F>
-  static void forEach(Entity const& e, F const& visit) {
-    for (auto const& [key, value] : e.labelToPwIntf()) {
-      visit(key, value);
-    }
-  }
-  static Value const* find(Entity const& e, Key const& k) { return e.labelToPwIntf().find(k); }
+  static auto const& elements(Entity const& e) { return e.labelToPwIntf(); }
   static std::pair<Key, Value> make(Cells const& c) {
     return {Netcore::MplsLabel(narrow<std::uint32_t>(c[0])), pwOf(c[1])};
   }
@@ -202,13 +190,7 @@ struct DecapStatusTable : TableDefaults {
   }};
   // Each running wrapper creates its own; none while the agent is stopped.
   static Entity const* entity(AgentHarness const& h) { return h.hwVplsPwDecapStatus().get(); }
-  template <class F>
-  static void forEach(Entity const& e, F const& visit) {
-    for (auto const& [key, value] : e.decapStatus()) {
-      visit(key, value);
-    }
-  }
-  static Value const* find(Entity const& e, Key const& k) { return e.decapStatus().find(k); }
+  static auto const& elements(Entity const& e) { return e.decapStatus(); }
   static std::pair<Key, Value> make(Cells const& c) {
     return {Key(pwOf(c[0]), Bridging::VlanId(narrow<std::uint16_t>(c[1]))), Value(numberOf(c[2]))};
   }
@@ -234,13 +216,7 @@ struct EncapAdditionalIdTable : TableDefaults {
       {"value", K::number, kMaxU16, [](Value const& v) -> Cell { return v.value(); }},
   }};
   static Entity const* entity(AgentHarness const& h) { return h.hwVplsPwStatus.get(); }
-  template <class F>
-  static void forEach(Entity const& e, F const& visit) {
-    for (auto const& [key, value] : e.encapAdditionalId()) {
-      visit(key, value);
-    }
-  }
-  static Value const* find(Entity const& e, Key const& k) { return e.encapAdditionalId().find(k); }
+  static auto const& elements(Entity const& e) { return e.encapAdditionalId(); }
   static std::pair<Key, Value> make(Cells const& c) {
     return {pwOf(c[0]), Value(narrow<std::uint16_t>(c[1]))};
   }
@@ -267,13 +243,7 @@ struct AdditionalDataTable : TableDefaults {
       {"value", K::number, kMaxU16, [](Value const& v) -> Cell { return std::uint64_t{v}; }},
   }};
   static Entity const* entity(AgentHarness const& h) { return h.vplsPwIntfAdditionalDataMap.get(); }
-  template <class F>
-  static void forEach(Entity const& e, F const& visit) {
-    for (auto const& [key, value] : e.additionalDataMap()) {
-      visit(key, value);
-    }
-  }
-  static Value const* find(Entity const& e, Key const& k) { return e.additionalDataMap().find(k); }
+  static auto const& elements(Entity const& e) { return e.additionalDataMap(); }
   static std::pair<Key, Value> make(Cells const& c) {
     return {Key(Loom::String(textOf(c[0])), Loom::String(textOf(c[1])), pwOf(c[2]), boolOf(c[3])),
             narrow<std::uint16_t>(c[4])};
@@ -327,13 +297,7 @@ struct LpoResponseTable : TableDefaults {
        [](Value const& v) -> Cell { return Hardware::MarlTunnel::toValue(v.orientation()); }},
   }};
   static Entity const* entity(AgentHarness const& h) { return h.lifProfileOrientationStatus.get(); }
-  template <class F>
-  static void forEach(Entity const& e, F const& visit) {
-    for (auto const& [key, value] : e.lpoResponse()) {
-      visit(key, value);
-    }
-  }
-  static Value const* find(Entity const& e, Key const& k) { return e.lpoResponse().find(k); }
+  static auto const& elements(Entity const& e) { return e.lpoResponse(); }
   static std::pair<Key, Value> make(Cells const& c) {
     return {lpoKey(c, 0), Value(Jericho2LifProfiles{narrow<std::uint32_t>(c[5])},
                                 Orientation{narrow<std::uint8_t>(c[6])})};
@@ -358,15 +322,7 @@ struct IntfToLpoKeyTable : TableDefaults {
   static Entity const* entity(AgentHarness const& h) {
     return h.intfToLifProfileOrientationKeyMap.get();
   }
-  template <class F>
-  static void forEach(Entity const& e, F const& visit) {
-    for (auto const& [key, value] : e.lifProfileOrientationKey()) {
-      visit(key, value);
-    }
-  }
-  static Value const* find(Entity const& e, Key const& k) {
-    return e.lifProfileOrientationKey().find(k);
-  }
+  static auto const& elements(Entity const& e) { return e.lifProfileOrientationKey(); }
   static std::pair<Key, Value> make(Cells const& c) { return {pwOf(c[0]), lpoKey(c, 1)}; }
   static void store(AgentHarness& h, Key const& k, Value const& v) {
     h.intfToLifProfileOrientationKeyMap->lifProfileOrientationKeyIs(k, v);
@@ -392,13 +348,7 @@ struct EsemConfigTable : TableDefaults {
        [](Value const& v) -> Cell { return Hardware::Marl::toValue(v.outLifProfile()); }},
   }};
   static Entity const* entity(AgentHarness const& h) { return h.esemConfigVpls.get(); }
-  template <class F>
-  static void forEach(Entity const& e, F const& visit) {
-    for (auto const& [key, value] : e.esemConfig()) {
-      visit(key, value);
-    }
-  }
-  static Value const* find(Entity const& e, Key const& k) { return e.esemConfig().find(k); }
+  static auto const& elements(Entity const& e) { return e.esemConfig(); }
   static std::pair<Key, Value> make(Cells const& c) {
     return {
         Key(narrow<std::uint32_t>(c[0]), narrow<std::uint16_t>(c[1]), narrow<std::uint16_t>(c[2])),
@@ -426,13 +376,7 @@ struct TagPopPushAppTable : TableDefaults {
       {"enabled", K::boolean, 1, [](Value const& v) -> Cell { return v; }},
   }};
   static Entity const* entity(AgentHarness const& h) { return h.tagPopPushConfig.get(); }
-  template <class F>
-  static void forEach(Entity const& e, F const& visit) {
-    for (auto const& [key, value] : e.app()) {
-      visit(key, value);
-    }
-  }
-  static Value const* find(Entity const& e, Key const& k) { return e.app().find(k); }
+  static auto const& elements(Entity const& e) { return e.app(); }
   static std::pair<Key, Value> make(Cells const& c) {
     return {VtAppId{narrow<std::uint32_t>(c[0])}, boolOf(c[1])};
   }
@@ -503,13 +447,7 @@ struct ChipDecapEntryTable : TableDefaults {
     return columns;
   }();
   static Entity const* entity(AgentHarness const& h) { return h.chip(); }
-  template <class F>
-  static void forEach(Entity const& e, F const& visit) {
-    for (auto const& [key, value] : e.installed()) {
-      visit(key, value);
-    }
-  }
-  static Value const* find(Entity const& e, Key const& k) { return e.installed().find(k); }
+  static auto const& elements(Entity const& e) { return e.installed(); }
   static std::pair<Key, Value> make(Cells const& c) {
     auto const key = mplsDecapKey(c);
     Value installed;
