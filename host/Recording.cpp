@@ -6,7 +6,7 @@ namespace Host {
 
 using Json = nlohmann::ordered_json;
 
-Json changeJson(InputChange const& change) {
+Json changeJson(InputChange const& change, bool sameBatch) {
   auto const& table = inputTable(change.table);
   Json json = Json::object();
   json["op"] = change.kind == ChangeKind::set ? "set" : "del";
@@ -26,6 +26,9 @@ Json changeJson(InputChange const& change) {
   }
   if (change.kind == ChangeKind::set) {
     json["value"] = columns(table.valueColumns);
+  }
+  if (sameBatch) {
+    json["sameBatch"] = true;
   }
   return json;
 }
@@ -66,11 +69,7 @@ std::string recordingHeaderLine(StartState const& state, std::string const& comm
 }
 
 std::string recordingChangeLine(InputChange const& change, bool sameBatch) {
-  auto json = changeJson(change);
-  if (sameBatch) {
-    json["sameBatch"] = true;
-  }
-  return recordingLine(json);
+  return recordingLine(changeJson(change, sameBatch));
 }
 
 }  // namespace Host

@@ -13,8 +13,9 @@
 // "\n"; names are written as UTF-8 with JSON's escapes, bytes that are not UTF-8 as U+FFFD.
 namespace Host {
 
-// A change as a scenario's set or del op: {"op": "set", "table": ..., "key": ..., "value": ...}.
-nlohmann::ordered_json changeJson(InputChange const& change);
+// A change as a scenario's set or del op: {"op": "set", "table": ..., "key": ..., "value": ...},
+// with "sameBatch": true when it was applied in one batch with the change before it.
+nlohmann::ordered_json changeJson(InputChange const& change, bool sameBatch = false);
 
 // The first line: comment (when not empty), cleanSlate, toggles, meshGroups, before, outputs.
 std::string recordingHeaderLine(StartState const& state, std::string const& comment = {});

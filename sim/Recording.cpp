@@ -12,10 +12,7 @@ std::string recordingOpLine(Op const& op) {
   nlohmann::ordered_json json;
   switch (op.kind) {
     case OpKind::change:
-      json = Host::changeJson(op.change);
-      if (op.sameBatch) {
-        json["sameBatch"] = true;
-      }
+      json = Host::changeJson(op.change, op.sameBatch);
       break;
     case OpKind::show:
       json = {{"op", "show"}, {"args", op.showArgs}};
