@@ -1,6 +1,7 @@
 #include "agent/DecapAgent.h"
 
 #include <algorithm>
+#include <charconv>
 #include <iostream>
 #include <nlohmann/json.hpp>
 
@@ -17,6 +18,13 @@ constexpr std::size_t kMaxPending = 262144;
 constexpr std::size_t kMaxQueuedLogs = 100000;
 constexpr std::chrono::milliseconds kMaxBackoff{5000};
 constexpr std::chrono::seconds kStopGrace{5};
+constexpr std::chrono::milliseconds kHeartbeat{1000};
+constexpr std::chrono::milliseconds kStandByRetry{500};
+// A blocked agent starts again this long after an input changes, so that a burst of writes
+// costs one start.
+constexpr std::chrono::milliseconds kRestartDelay{200};
+// Where the server reports other clients' writes of the agent's keys (client tracking).
+constexpr std::string_view kForeignWritesChannel = "__redis__:invalidate";
 // The keyspace notifications the agent needs: keyspace events (K) of every command that can
 // write a key of any type, so that a write of the wrong type to an input key is seen too.
 constexpr std::string_view kNeededEvents = "Kg$lshzxet";
@@ -38,17 +46,29 @@ std::string withNeededEvents(std::string const& current) {
   return result;
 }
 
+// How many CONFIG SET the server has run, from INFO commandstats (a server that counts
+// CONFIG's subcommands together counts them all; the agent sends none after the baseline).
+std::uint64_t configSetCount(std::string_view info) {
+  for (std::string_view const name : {"cmdstat_config|set:calls=", "cmdstat_config:calls="}) {
+    if (auto const at = info.find(name); at != std::string_view::npos) {
+      std::uint64_t count = 0;
+      auto const digits = info.substr(at + name.size());
+      std::from_chars(digits.data(), digits.data() + digits.size(), count);
+      return count;
+    }
+  }
+  return 0;
+}
+
 }  // namespace
 
 DecapAgent::DecapAgent(AgentCommandLine config, std::optional<Credentials> credentials)
     : config_(std::move(config)),
       credentials_(std::move(credentials)),
       scheduler_(Orb::TaskSchedulerRoot::TaskSchedulerRootIs()),
+      lease_(Lease::holderName()),
       backoff_(kFirstBackoff) {
   Orb::TaskSchedulerRoot::rootIs(scheduler_.get());
-  if (config_.record) {
-    recorder_ = std::make_unique<Recorder>(*config_.record);
-  }
 }
 
 void DecapAgent::logMessage(Cog::LogMessage const& message, std::vector<std::string> const& args,
@@ -64,6 +84,7 @@ void DecapAgent::logMessage(Cog::LogMessage const& message, std::vector<std::str
 }
 
 DecapAgent::~DecapAgent() {
+  standIn_.reset();
   tracker_.reset();
   harness_.reset();
   commands_.reset();
@@ -93,6 +114,15 @@ int DecapAgent::run() {
          Orb::TaskSchedulerRoot::Clock::now() < deadline) {
     scheduler_->runOnce(std::chrono::milliseconds(50));
   }
+  if (commands_ && commands_->state() == DbLink::RedisConnection::State::connected &&
+      state_ != State::standingBy && state_ != State::connecting) {
+    bool released = false;
+    lease_.release(*commands_, [&released] { released = true; });
+    while (!released && Orb::TaskSchedulerRoot::Clock::now() < deadline) {
+      scheduler_->runOnce(std::chrono::milliseconds(50));
+    }
+  }
+  standIn_.reset();
   tracker_.reset();
   harness_.reset();
   commands_.reset();
@@ -108,6 +138,7 @@ void DecapAgent::connect() {
   commands_ = std::make_unique<DbLink::RedisConnection>(*scheduler_, config_.redis);
   notifications_ = std::make_unique<DbLink::RedisConnection>(*scheduler_, config_.redis);
   connectionsUp_ = 0;
+  transactionsSent_ = transactionsAnswered_ = 0;
   auto const gen = generation_;
   auto const up = [this, gen] {
     if (gen == generation_ && ++connectionsUp_ == 2) {
@@ -167,36 +198,48 @@ void DecapAgent::connectionReady() {
     say(note);
     connectionNote_ = note;
   }
-  state_ = State::synchronising;
-  // Notifications on, then subscribed, then everything read: a write after the read is
-  // notified.
-  configureNotifications();
+  // Notifications on, then subscribed, then the lease, then everything read: a write after
+  // the read is notified.
+  configureNotifications(true);
 }
 
-void DecapAgent::connectionLost(std::string const& why) {
+void DecapAgent::startOver(std::string const& note) {
   if (stopping_) {
     return;
   }
-  bool const wasUp = state_ == State::running;
   ++generation_;
-  state_ = State::connecting;
+  if (state_ != State::blocked) {
+    state_ = State::connecting;  // blocked stays so, for the status, until a start succeeds
+  }
   pending_.clear();
   batch_.reset();
   snapshotReader_.reset();
   ownDecapConfigWrites_ = 0;
+  repairs_.clear();
+  batchTokens_.clear();
+  tokensToAcknowledge_.clear();
   resendLogs();
+  for (auto* timer : {&leaseTimer_, &heartbeatTimer_, &restartTimer_, &batchTimer_}) {
+    if (*timer != 0) {
+      scheduler_->timerDel(*timer);
+      *timer = 0;
+    }
+  }
   commands_->close();
   notifications_->close();
-  std::string const note =
-      wasUp ? "lost the state database at " + config_.redis.text() + " (" + why +
-                  "); answering the show command from memory, reconnecting"
-            : "waiting for the state database at " + config_.redis.text() + " (" + why + ")";
   if (note != connectionNote_ &&
       !(connectionNote_.starts_with("waiting") && note.starts_with("waiting"))) {
     say(note);
   }
   connectionNote_ = note;
   retryLater();
+}
+
+void DecapAgent::connectionLost(std::string const& why) {
+  bool const wasUp = state_ == State::running;
+  startOver(wasUp ? "lost the state database at " + config_.redis.text() + " (" + why +
+                        "); answering the show command from memory, reconnecting"
+                  : "waiting for the state database at " + config_.redis.text() + " (" + why + ")");
 }
 
 void DecapAgent::retryLater() {
@@ -207,21 +250,33 @@ void DecapAgent::retryLater() {
   backoff_ = std::min(backoff_ * 2, kMaxBackoff);
 }
 
-void DecapAgent::configureNotifications() {
+void DecapAgent::configureNotifications(bool setOnce) {
+  // The count of CONFIG SET first, then the setting: when a later count is the same, the
+  // setting has not changed since it was read.
   auto const gen = generation_;
-  commands_->command({"CONFIG", "GET", "notify-keyspace-events"}, [this, gen](RedisReply&& reply) {
+  auto const count = std::make_shared<std::optional<std::uint64_t>>();
+  commands_->command({"INFO", "commandstats"}, [this, gen, count](RedisReply&& reply) {
+    if (gen == generation_ && !reply.isError()) {
+      *count = configSetCount(reply.text);
+    }
+  });
+  commands_->command({"CONFIG", "GET", "notify-keyspace-events"}, [this, gen, count,
+                                                                   setOnce](RedisReply&& reply) {
     if (gen != generation_) {
       return;
     }
     if (reply.isError() || reply.elements.size() != 2) {
       say("cannot read the server's keyspace notification setting (" + reply.text +
-          "); changes are seen only if it includes " + std::string(kNeededEvents));
+          "); changes are seen only if it includes " + std::string(kNeededEvents) +
+          ", and a change of it by another client is not seen");
+      configSets_.reset();
       subscribe();
       return;
     }
     std::string const current = reply.elements[1].text;
     std::string const wanted = withNeededEvents(current);
-    if (wanted == current) {
+    if (wanted == current || !setOnce) {
+      configSets_ = *count;
       subscribe();
       return;
     }
@@ -236,9 +291,26 @@ void DecapAgent::configureNotifications() {
                            say("keyspace notifications were \"" + current + "\"; set to \"" +
                                wanted + "\" (the agent needs " + std::string(kNeededEvents) + ")");
                          }
-                         subscribe();
+                         configureNotifications(false);
                        });
   });
+}
+
+void DecapAgent::checkConfiguration(std::function<void()> then) {
+  auto const gen = generation_;
+  commands_->command(
+      {"INFO", "commandstats"}, [this, gen, then = std::move(then)](RedisReply&& reply) {
+        if (gen != generation_) {
+          return;
+        }
+        if (configSets_ && !reply.isError() && configSetCount(reply.text) != *configSets_) {
+          startOver(
+              "another client changed the server's configuration (CONFIG SET): keyspace "
+              "notifications may have been off meanwhile; reading everything again");
+          return;
+        }
+        then();
+      });
 }
 
 void DecapAgent::subscribe() {
@@ -248,33 +320,79 @@ void DecapAgent::subscribe() {
       onPush(std::move(reply));
     }
   });
-  // One pattern per command, so that each answer pairs with its command. The subscription is
-  // complete when the last one is answered: every write after that is notified, so reading
-  // everything next misses nothing.
+  // One channel or pattern per command, so that each answer pairs with its command. The
+  // subscription is complete when the last one is answered and the server reports other
+  // clients' writes to the agent's keys: every write after that is notified, so taking the
+  // lease and reading everything next misses nothing.
   auto const patterns = DbLink::inputChannelPatterns(config_.db);
-  auto const left = std::make_shared<std::size_t>(patterns.size());
-  for (auto const& pattern : patterns) {
-    notifications_->command({"PSUBSCRIBE", pattern}, [this, gen, left](RedisReply&& reply) {
-      if (gen != generation_) {
-        return;
+  auto const left = std::make_shared<std::size_t>(patterns.size() + 2);
+  auto const answered = [this, gen, left](RedisReply&& reply) {
+    if (gen != generation_) {
+      return;
+    }
+    if (reply.isError()) {
+      connectionLost("cannot subscribe to keyspace notifications: " + reply.text);
+    } else if (--*left == 0) {
+      takeLease();
+    }
+  };
+  notifications_->command({"CLIENT", "ID"}, [this, gen, answered](RedisReply&& reply) {
+    if (gen != generation_) {
+      return;
+    }
+    // Other clients' writes of the agent's keys are reported on the notification connection,
+    // never the agent's own (NOLOOP): the agent writes them again.
+    std::vector<std::string> tracking{
+        "CLIENT", "TRACKING", "ON", "REDIRECT", std::to_string(reply.integer), "BCAST"};
+    for (auto const& prefix : DbLink::ownKeyPrefixes()) {
+      tracking.emplace_back("PREFIX");
+      tracking.push_back(prefix);
+    }
+    tracking.emplace_back("NOLOOP");
+    commands_->command(tracking, [this, gen, answered](RedisReply&& on) {
+      if (gen == generation_ && on.isError()) {
+        say("cannot follow other clients' writes of the agent's keys (" + on.text +
+            "); a key another client changes stays so until the agent starts again");
+        on = RedisReply{};
       }
-      if (reply.isError()) {
-        connectionLost("cannot subscribe to keyspace notifications: " + reply.text);
-      } else if (--*left == 0) {
-        synchronise();
-      }
+      answered(std::move(on));
     });
+  });
+  notifications_->command({"SUBSCRIBE", std::string(kForeignWritesChannel)}, answered);
+  for (auto const& pattern : patterns) {
+    notifications_->command({"PSUBSCRIBE", pattern}, answered);
   }
 }
 
 void DecapAgent::onPush(RedisReply&& reply) {
   auto& e = reply.elements;
+  if (e.size() == 3 && e[0].text == "message" && e[1].text == kForeignWritesChannel) {
+    onForeignWrites(e[2]);
+    return;
+  }
   if (e.size() != 4 || e[0].text != "pmessage") {
     return;
   }
   auto const key = DbLink::keyOfChannel(e[2].text);
   if (!key) {
     return;
+  }
+  if (state_ == State::blocked) {
+    // Any change of the inputs may let the start-up through.
+    if (*key != DbLink::kAgentSync && restartTimer_ == 0) {
+      restartTimer_ = scheduler_->timerIs(kRestartDelay, [this] {
+        restartTimer_ = 0;
+        if (state_ == State::blocked) {
+          say("an input changed; starting again");
+          state_ = State::synchronising;
+          synchronise();
+        }
+      });
+    }
+    return;
+  }
+  if (state_ == State::standingBy) {
+    return;  // taking over reads everything
   }
   if (*key == DbLink::kDecapConfig && e[3].text == "hset" && ownDecapConfigWrites_ > 0) {
     --ownDecapConfigWrites_;  // the agent's own write
@@ -286,8 +404,103 @@ void DecapAgent::onPush(RedisReply&& reply) {
                    " notifications wait, more than the agent keeps; reading everything again");
     return;
   }
-  pending_.push_back(Notification{std::string(*key), std::move(e[3].text)});
+  pending_.push_back(
+      Notification{Notification::Kind::input, std::string(*key), std::move(e[3].text)});
   scheduleBatch();
+}
+
+void DecapAgent::onForeignWrites(RedisReply const& keys) {
+  if (keys.isNil()) {
+    startOver(
+        "another client emptied the database (FLUSHDB or FLUSHALL); reading everything "
+        "again");
+    return;
+  }
+  if (state_ != State::running && state_ != State::synchronising) {
+    return;  // nothing of the agent's to put back yet; a start reads everything
+  }
+  for (auto const& key : keys.elements) {
+    pending_.push_back(Notification{Notification::Kind::foreignWrite, key.text, {}});
+  }
+  scheduleBatch();
+}
+
+// ---- The lease and the heartbeat ----
+
+void DecapAgent::takeLease() {
+  leaseTimer_ = 0;
+  auto const gen = generation_;
+  lease_.takeOrRenew(*commands_, [this, gen](Lease::Outcome outcome) {
+    if (gen != generation_) {
+      return;
+    }
+    switch (outcome.kind) {
+      case Lease::Outcome::Kind::held:
+        if (state_ == State::standingBy) {
+          say("took over the lease " + std::string(DbLink::kAgentLease));
+        }
+        state_ = State::synchronising;
+        heartbeat();
+        synchronise();
+        return;
+      case Lease::Outcome::Kind::heldByOther:
+        standBy(outcome.text);
+        return;
+      case Lease::Outcome::Kind::unknown:
+        connectionLost("cannot take the lease " + std::string(DbLink::kAgentLease) + ": " +
+                       outcome.text);
+        return;
+    }
+  });
+}
+
+std::string DecapAgent::standingByNote(std::string const& holder) {
+  return "standing by: the lease " + std::string(DbLink::kAgentLease) + " is held by " + holder +
+         "; taking over when it lapses";
+}
+
+void DecapAgent::standBy(std::string const& holder) {
+  auto const reason = standingByNote(holder);
+  if (connectionNote_ != reason) {
+    say(reason);
+    connectionNote_ = reason;
+  }
+  state_ = State::standingBy;
+  pending_.clear();
+  stopWrapper();
+  if (!standIn_) {
+    standIn_ = std::make_unique<StandInSocket>(config_.socketDir, reason);
+  } else {
+    standIn_->reasonIs(reason);
+  }
+  leaseTimer_ = scheduler_->timerIs(kStandByRetry, [this] { takeLease(); });
+}
+
+void DecapAgent::leaseLost(std::string const& holder) {
+  say("lost the lease " + std::string(DbLink::kAgentLease) + " to " + holder +
+      "; writing nothing more");
+  stopWrapper();
+  logs_.clear();  // the new holder's outputs are not this agent's to log about
+  logsSent_.clear();
+  startOver(standingByNote(holder));
+}
+
+void DecapAgent::heartbeat() {
+  heartbeatTimer_ = scheduler_->timerIs(kHeartbeat, [this] { heartbeat(); });
+  auto const gen = generation_;
+  lease_.takeOrRenew(*commands_, [this, gen](Lease::Outcome outcome) {
+    if (gen == generation_ && outcome.kind == Lease::Outcome::Kind::heldByOther) {
+      leaseLost(outcome.text);
+    }
+  });
+  checkConfiguration([this] {
+    heartbeatMs_ = std::chrono::duration_cast<std::chrono::milliseconds>(
+                       std::chrono::system_clock::now().time_since_epoch())
+                       .count();
+    if (state_ == State::running || state_ == State::blocked) {
+      flush();
+    }
+  });
 }
 
 // ---- Notifications ----
@@ -312,18 +525,30 @@ void DecapAgent::nextBatch() {
   std::unordered_map<std::string_view, std::size_t> readOfKey;
   batch.notifications.reserve(std::min(pending_.size(), kMaxBatch));  // the keys stay in place
   while (!pending_.empty() && batch.notifications.size() < kMaxBatch) {
-    auto const& key = batch.notifications.emplace_back(std::move(pending_.front())).key;
+    auto const& note = batch.notifications.emplace_back(std::move(pending_.front()));
     pending_.pop_front();
-    auto const [it, fresh] = readOfKey.try_emplace(key, batch.reads.size());
+    if (note.kind != Notification::Kind::input) {
+      batch.readOf.push_back(Batch::kNoRead);
+      continue;
+    }
+    auto const [it, fresh] = readOfKey.try_emplace(note.key, batch.reads.size());
     batch.readOf.push_back(it->second);
     if (!fresh) {
       continue;
     }
     batch.reads.emplace_back();
     ++batch.waiting;
-    commands_->command({"HGETALL", key}, [this, gen, index = it->second](RedisReply&& reply) {
+    commands_->command({"HGETALL", note.key}, [this, gen, index = it->second](RedisReply&& reply) {
       if (gen == generation_ && batch_) {
         onRead(index, std::move(reply));
+      }
+    });
+  }
+  if (batch.waiting == 0) {
+    // Nothing to read: applied in a later round, as a read would be.
+    scheduler_->timerIs(std::chrono::milliseconds(0), [this, gen] {
+      if (gen == generation_ && batch_ && batch_->waiting == 0) {
+        batchRead();
       }
     });
   }
@@ -336,9 +561,12 @@ void DecapAgent::onRead(std::size_t index, RedisReply&& reply) {
   } else if (!reply.elements.empty()) {
     read.fields = fieldsOf(std::move(reply));
   }
-  if (--batch_->waiting > 0) {
-    return;
+  if (--batch_->waiting == 0) {
+    batchRead();
   }
+}
+
+void DecapAgent::batchRead() {
   // The next batch's reads go out before this one is applied, so that the server reads while
   // the agent applies, and writes while the agent applies the next batch.
   Batch done = std::move(*batch_);
@@ -350,13 +578,23 @@ void DecapAgent::onRead(std::size_t index, RedisReply&& reply) {
 
 void DecapAgent::applyBatch(Batch& batch) {
   for (std::size_t i = 0; i < batch.notifications.size(); ++i) {
-    auto const& notification = batch.notifications[i];
+    auto& notification = batch.notifications[i];
+    switch (notification.kind) {
+      case Notification::Kind::foreignWrite:
+        repair(notification.key);
+        continue;
+      case Notification::Kind::barrier:
+        batchTokens_.push_back(std::move(notification.key));
+        continue;
+      case Notification::Kind::input:
+        break;
+    }
     auto const& read = batch.reads[batch.readOf[i]];
     if (notification.key == DbLink::kAgentSync) {
       if (read.fields) {
         for (auto const& [field, value] : *read.fields) {
           if (field == DbLink::kTokenField) {
-            syncToken_ = value;
+            barrierRequested(value);
           }
         }
       }
@@ -364,6 +602,22 @@ void DecapAgent::applyBatch(Batch& batch) {
     }
     applyKey(notification.key, read.fields ? &*read.fields : nullptr, read.error);
   }
+}
+
+void DecapAgent::barrierRequested(std::string token) {
+  // The server's configuration unchanged since the notifications were set up (so none was
+  // missed), then a round trip on the notification connection: every report of another
+  // client's write that the server sent before it is then queued before the barrier.
+  auto const gen = generation_;
+  checkConfiguration([this, gen, token = std::move(token)]() mutable {
+    notifications_->command({"PING"}, [this, gen, token = std::move(token)](RedisReply&&) mutable {
+      if (gen != generation_) {
+        return;
+      }
+      pending_.push_back(Notification{Notification::Kind::barrier, std::move(token), {}});
+      scheduleBatch();
+    });
+  });
 }
 
 }  // namespace VplsAgent

@@ -8,11 +8,15 @@
 #include <nlohmann/json.hpp>
 #include <unordered_set>
 
+#include <unistd.h>
+
 #include "Cog/Toggle.h"
+#include "VplsDecapVersion.h"
 #include "agent/DecapAgent.h"
 #include "dblink/InputRows.h"
 #include "host/InputWriter.h"
 #include "host/OutputRows.h"
+#include "host/OutputTable.h"
 
 namespace VplsAgent {
 namespace {
@@ -20,22 +24,6 @@ namespace {
 using DbLink::Fields;
 
 constexpr char kLogStreamLength[] = "100000";
-
-// Whether two hashes hold the same fields; the agent writes the fields of a table in one
-// order, which the server keeps, so the comparison in order is the usual one.
-bool sameFields(Fields const& a, Fields const& b) {
-  if (a.size() != b.size()) {
-    return false;
-  }
-  if (a == b) {
-    return true;
-  }
-  Fields sortedA = a;
-  Fields sortedB = b;
-  std::sort(sortedA.begin(), sortedA.end());
-  std::sort(sortedB.begin(), sortedB.end());
-  return sortedA == sortedB;
-}
 
 // The toggles the library reads, for the recording: the toggle file as a map, none when there
 // is no usable file (the library then uses its defaults).
@@ -76,26 +64,59 @@ void DecapAgent::onSnapshot(StateSnapshot&& found) {
   using Clock = Orb::TaskSchedulerRoot::Clock;
   auto const read = Clock::now();
   bool const first = !harness_;
-  if (first) {
-    startWrapper(found);
-  } else {
-    catchUp(found);
+  try {
+    if (first) {
+      startWrapper(found);
+    } else {
+      catchUp(found);
+    }
+  } catch (std::exception const& e) {
+    block(e.what());
+    return;
   }
   auto const applied = Clock::now();
   auto const inputKeys = found.inputs.size();
   auto const outputKeys = found.outputs.size() + found.pwStatuses.size();
-  auto const written = writeDifferences(found);
   state_ = State::running;
-  backoff_ = kFirstBackoff;
+  auto const written = writeDifferences(found);
   auto const ms = [](Clock::duration d) {
     return std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(d).count());
   };
-  say(std::string(first ? "started" : "resynchronised") + " over " + std::to_string(inputKeys) +
-      " input keys and " + std::to_string(outputKeys) + " output keys, writing " +
-      std::to_string(written) + " that differ (read " + ms(read - syncStarted_) + " ms, " +
-      (first ? "start-up " : "catch-up ") + ms(applied - read) + " ms, comparison " +
-      ms(Clock::now() - applied) + " ms)");
+  if (!refusing_) {  // while the server refuses writes, the refusal was said once
+    say(std::string(first ? "started" : "resynchronised") + " over " + std::to_string(inputKeys) +
+        " input keys and " + std::to_string(outputKeys) + " output keys, writing " +
+        std::to_string(written) + " that differ (read " + ms(read - syncStarted_) + " ms, " +
+        (first ? "start-up " : "catch-up ") + ms(applied - read) + " ms, comparison " +
+        ms(Clock::now() - applied) + " ms)");
+  }
   scheduleBatch();
+}
+
+void DecapAgent::block(std::string const& why) {
+  // The library stopped the start-up: what it built is dropped, nothing is written but the
+  // status, and the next change of an input starts again.
+  stopWrapper();
+  ++errors_;
+  lastError_ = "start-up: " + why;
+  state_ = State::blocked;
+  std::string const reason = "the agent is blocked: the library raised while starting (" + why +
+                             "); it starts again when an input changes";
+  if (blockedBy_ != why) {
+    say(reason);
+    blockedBy_ = why;
+  }
+  if (!standIn_) {
+    standIn_ = std::make_unique<StandInSocket>(config_.socketDir, reason);
+  } else {
+    standIn_->reasonIs(reason);
+  }
+  flush();
+}
+
+void DecapAgent::stopWrapper() {
+  tracker_.reset();
+  harness_.reset();
+  recorder_.reset();
 }
 
 std::vector<Host::InputChange> DecapAgent::decodeInputs(StateSnapshot const& found) {
@@ -103,6 +124,7 @@ std::vector<Host::InputChange> DecapAgent::decodeInputs(StateSnapshot const& fou
   auto const take = [&](std::string const& key, DbLink::InputDecoding&& decoding) {
     if (!decoding.problem.empty()) {
       say("bad input: " + decoding.problem);
+      badInputs_[key] = decoding.problem;
     }
     if (key == DbLink::kDecapConfig && decoding.changes.size() == 2) {
       heldStartupSyncDone_ = decoding.changes[0].flag;
@@ -113,6 +135,8 @@ std::vector<Host::InputChange> DecapAgent::decodeInputs(StateSnapshot const& fou
     }
   };
   heldStartupSyncDone_ = heldRestartDone_ = false;
+  badInputs_.clear();  // what is found now; the comparison with the keys found writes it
+  badInputsChanged_.clear();
   bool haveDecapConfig = false;
   bool haveVtep = false;
   for (auto const& [key, fields] : found.inputs) {
@@ -135,6 +159,15 @@ std::vector<Host::InputChange> DecapAgent::decodeInputs(StateSnapshot const& fou
 }
 
 void DecapAgent::startWrapper(StateSnapshot const& found) {
+  standIn_.reset();
+  if (config_.record) {
+    // Each start of the wrapper records from its own start state.
+    try {
+      recorder_ = std::make_unique<Recorder>(*config_.record);
+    } catch (std::system_error const& e) {
+      say(std::string(e.what()) + "; going on without a recording");
+    }
+  }
   Host::AgentSettings settings;
   settings.meshGroups = config_.meshGroups;
   settings.chipRows = config_.chipRows;
@@ -171,6 +204,12 @@ void DecapAgent::startWrapper(StateSnapshot const& found) {
         errors_ = DbLink::readNumber(value, ~std::uint64_t{0}).value_or(0);
       } else if (field == DbLink::kLastErrorField) {
         lastError_ = value;
+      } else if (field == DbLink::kSyncField) {
+        syncToken_ = value;
+      } else if (field == DbLink::kRefusedWritesField) {
+        refusedWrites_ = DbLink::readNumber(value, ~std::uint64_t{0}).value_or(0);
+      } else if (field == DbLink::kLastRefusalField) {
+        lastRefusal_ = value;
       }
     }
   }
@@ -188,6 +227,7 @@ void DecapAgent::startWrapper(StateSnapshot const& found) {
     say("chip entry left out: " + problem);
   }
   tracker_ = std::make_unique<OutputTracker>(*harness_);
+  blockedBy_.clear();
 }
 
 void DecapAgent::catchUp(StateSnapshot const& found) {
@@ -234,7 +274,7 @@ std::size_t DecapAgent::writeDifferences(StateSnapshot& found) {
     auto const held = found.outputs.find(key);
     bool const present = held != found.outputs.end();
     bool const otherType = wrongType.erase(key) > 0;
-    if (!present || !sameFields(held->second, fields)) {
+    if (!present || !DbLink::sameFields(held->second, fields)) {
       batch.hset(key, fields, present || otherType);
     }
     if (present) {
@@ -256,15 +296,28 @@ std::size_t DecapAgent::writeDifferences(StateSnapshot& found) {
       batch.del(row.key);
     }
   }
-  heldAgentStatus_ = found.agentStatus;
-  if (found.syncToken) {
-    syncToken_ = found.syncToken;  // start-up has handled every change before it
+  for (auto const& [key, fields] : found.badInputs) {
+    if (!badInputs_.contains(key.substr(DbLink::kBadInput.size() + 1))) {
+      batch.del(key);
+    }
   }
+  for (auto const& [input, problem] : badInputs_) {
+    auto const key = DbLink::joinKey({DbLink::kBadInput, input});
+    auto const held = found.badInputs.find(key);
+    if (held == found.badInputs.end() || !DbLink::sameFields(held->second, badInputRow(problem))) {
+      batch.hset(key, badInputRow(problem), held != found.badInputs.end());
+    }
+  }
+  heldAgentStatus_ = found.agentStatus;
   appendDecapConfig(batch);
   appendAgentStatus(batch);
   appendLogs(batch);
   auto const written = batch.keys();
-  send(batch);
+  auto const transaction = send(batch);
+  if (found.syncToken) {
+    // The start-up has handled every change before the token.
+    acknowledgeAfter(transaction, *found.syncToken);
+  }
   return written;
 }
 
@@ -278,6 +331,7 @@ void DecapAgent::applyKey(std::string const& key, Fields const* fields, std::str
   if (!decoding.problem.empty() && !goneGarbage) {
     say("bad input: " + decoding.problem);
   }
+  inputProblemIs(key, goneGarbage ? std::string() : decoding.problem);
   if (!isAttributeKey(key)) {
     for (auto const& op : decoding.changes) {
       apply(key, op);
@@ -338,25 +392,99 @@ void DecapAgent::libraryError(std::string const& key, std::string const& what) {
 // ---- Writes ----
 
 void DecapAgent::flush() {
-  if (state_ != State::running) {
+  if (state_ != State::running && state_ != State::blocked) {
     return;
   }
-  harness_->batchDone();
-  if (recorder_) {
-    recorder_->batchDone();
-  }
   DbLink::WriteBatch batch;
-  for (auto& row : tracker_->take()) {
-    if (row.fields) {
-      batch.hset(row.key, *row.fields);
-    } else {
-      batch.del(row.key);
+  if (state_ == State::running) {
+    harness_->batchDone();
+    if (recorder_) {
+      recorder_->batchDone();
     }
+    for (auto& row : tracker_->take()) {
+      if (row.fields) {
+        batch.hset(row.key, *row.fields);
+      } else {
+        batch.del(row.key);
+      }
+    }
+    appendRepairs(batch);
+    appendBadInputs(batch);
+    appendDecapConfig(batch);
   }
-  appendDecapConfig(batch);
   appendAgentStatus(batch);
   appendLogs(batch);
-  send(batch);
+  auto const transaction = send(batch);
+  for (auto& token : std::exchange(batchTokens_, {})) {
+    acknowledgeAfter(transaction, std::move(token));
+  }
+}
+
+void DecapAgent::repair(std::string const& key) {
+  repairs_.push_back(key);
+}
+
+void DecapAgent::appendRepairs(DbLink::WriteBatch& batch) {
+  // Memory's row of each key another client wrote, or its deletion; the derived rows are
+  // taken as not held, so that the tracker writes them again. The output rows come from one
+  // walk of the tables concerned, however many keys were written.
+  std::unordered_set<std::string> outputs;
+  std::unordered_set<Host::OutputTable const*> tables;
+  for (auto& key : std::exchange(repairs_, {})) {
+    auto const table = key.substr(0, key.find('|'));
+    if (table == DbLink::kAgentStatus) {
+      heldAgentStatus_.reset();
+    } else if (table == DbLink::kBadInput) {
+      badInputsChanged_.insert(key.substr(std::min(key.size(), table.size() + 1)));
+    } else if (table == DbLink::kPwStatus) {
+      if (!tracker_->statusRowLost(key)) {
+        batch.del(key);
+      }
+    } else if (auto const* output = Host::outputTableOf(key)) {
+      tables.insert(output);
+      outputs.insert(std::move(key));
+    }
+  }
+  for (auto const* table : tables) {
+    table->forEachRow(*harness_, [&](std::string&& key, Fields&& fields) {
+      if (outputs.erase(key) > 0) {
+        batch.hset(key, fields, true);
+      }
+    });
+  }
+  for (auto const& key : outputs) {
+    batch.del(key);
+  }
+}
+
+DbLink::Fields DecapAgent::badInputRow(std::string const& problem) {
+  return {{std::string(DbLink::kProblemField), problem}};
+}
+
+void DecapAgent::inputProblemIs(std::string const& key, std::string const& problem) {
+  auto const held = badInputs_.find(key);
+  if (problem.empty() ? held == badInputs_.end()
+                      : held != badInputs_.end() && held->second == problem) {
+    return;
+  }
+  if (problem.empty()) {
+    badInputs_.erase(held);
+  } else {
+    badInputs_[key] = problem;
+  }
+  badInputsChanged_.insert(key);
+}
+
+void DecapAgent::appendBadInputs(DbLink::WriteBatch& batch) {
+  for (auto const& input : std::exchange(badInputsChanged_, {})) {
+    auto const key = DbLink::joinKey({DbLink::kBadInput, input});
+    auto const held = badInputs_.find(input);
+    if (held != badInputs_.end()) {
+      batch.hset(key, badInputRow(held->second), true);
+    } else {
+      batch.del(key);
+    }
+  }
 }
 
 void DecapAgent::appendDecapConfig(DbLink::WriteBatch& batch) {
@@ -382,7 +510,15 @@ void DecapAgent::appendAgentStatus(DbLink::WriteBatch& batch) {
   }
   status.emplace_back(DbLink::kErrorsField, DbLink::numberText(errors_));
   status.emplace_back(DbLink::kLastErrorField, lastError_);
-  if (heldAgentStatus_ && sameFields(*heldAgentStatus_, status)) {
+  status.emplace_back(DbLink::kStateField, state_ == State::blocked   ? "blocked"
+                                           : state_ == State::running ? "running"
+                                                                      : "starting");
+  status.emplace_back(DbLink::kHeartbeatField, std::to_string(heartbeatMs_));
+  status.emplace_back(DbLink::kPidField, std::to_string(::getpid()));
+  status.emplace_back(DbLink::kVersionField, VPLS_DECAP_VERSION);
+  status.emplace_back(DbLink::kRefusedWritesField, DbLink::numberText(refusedWrites_));
+  status.emplace_back(DbLink::kLastRefusalField, lastRefusal_);
+  if (heldAgentStatus_ && DbLink::sameFields(*heldAgentStatus_, status)) {
     return;
   }
   heldAgentStatus_ = status;
@@ -405,22 +541,74 @@ void DecapAgent::appendLogs(DbLink::WriteBatch& batch) {
   logs_.clear();
 }
 
-void DecapAgent::send(DbLink::WriteBatch& batch) {
+std::uint64_t DecapAgent::send(DbLink::WriteBatch& batch) {
   if (batch.empty()) {
     logsSent_.pop_back();  // nothing of this batch was logs either
-    return;
+    return transactionsSent_;
   }
   auto const gen = generation_;
-  batch.send(*commands_, [this, gen](std::size_t failed, std::string const& first) {
-    if (gen != generation_) {
-      return;
-    }
-    logsSent_.pop_front();
-    if (failed > 0) {
-      say("a write to the state database failed in " + std::to_string(failed) +
-          " commands: " + first);
-    }
-  });
+  auto const transaction = ++transactionsSent_;
+  std::string fence;
+  lease_.appendFence(fence);
+  batch.send(*commands_, fence, Lease::kFenceReplies,
+             [this, gen, transaction](DbLink::WriteBatch::Result&& result) {
+               if (gen != generation_) {
+                 return;
+               }
+               auto const& check = result.fenceReplies.size() == Lease::kFenceReplies
+                                       ? result.fenceReplies.back()
+                                       : DbLink::RedisReply::error("no answer to the fence");
+               if (!result.ran && !check.isError() && !Lease::fenceHeld(check)) {
+                 leaseLost("another agent");
+               } else if (!result.ran || result.failed > 0) {
+                 writeRefused(result.firstError);
+               } else {
+                 written(transaction);
+               }
+             });
+  return transaction;
+}
+
+void DecapAgent::written(std::uint64_t transaction) {
+  transactionsAnswered_ = transaction;
+  logsSent_.pop_front();
+  backoff_ = kFirstBackoff;
+  if (refusing_) {
+    refusing_ = false;
+    say("the state database accepts writes again (" + std::to_string(refusedWrites_) +
+        " refused so far)");
+  }
+  bool acknowledged = false;
+  while (!tokensToAcknowledge_.empty() && tokensToAcknowledge_.front().first <= transaction) {
+    syncToken_ = std::move(tokensToAcknowledge_.front().second);
+    tokensToAcknowledge_.pop_front();
+    acknowledged = true;
+  }
+  if (acknowledged) {
+    flush();
+  }
+}
+
+void DecapAgent::writeRefused(std::string const& why) {
+  // What the server holds is no longer known: the agent reads everything again and writes
+  // the differences, with backoff while the server keeps refusing.
+  ++refusedWrites_;
+  lastRefusal_ = why;
+  if (!refusing_) {
+    say("the state database refused a write (" + why +
+        "); writing again from what it holds, with backoff");
+    refusing_ = true;
+  }
+  startOver(connectionNote_);
+}
+
+void DecapAgent::acknowledgeAfter(std::uint64_t transaction, std::string token) {
+  if (transaction <= transactionsAnswered_) {
+    syncToken_ = std::move(token);
+    flush();
+  } else {
+    tokensToAcknowledge_.emplace_back(transaction, std::move(token));
+  }
 }
 
 void DecapAgent::resendLogs() {

@@ -157,10 +157,24 @@ std::vector<Orientation> OutputTracker::orientationsOf(Netcore::IntfId pw) const
   return orientations;
 }
 
-void OutputTracker::derivedRowsFound(std::unordered_map<Netcore::IntfId, std::string> pwStatuses) {
+void OutputTracker::derivedRowsFound(std::unordered_map<Netcore::IntfId, Fields> pwStatuses) {
   pwStatuses_ = std::move(pwStatuses);
   smStatus_ = smStatusRow().fields;
   allPwsDirty_ = true;
+}
+
+bool OutputTracker::statusRowLost(std::string const& key) {
+  auto const segments = DbLink::splitKey(key);
+  try {
+    if (segments.size() == 2) {
+      auto const pw = Netcore::IntfId(segments[1]);
+      pwStatuses_[pw] = Fields{};  // matches no status: written again, or deleted
+      dirtyPws_.insert(pw);
+      return true;
+    }
+  } catch (std::exception const&) {
+  }
+  return false;
 }
 
 void OutputTracker::forgetNotes() {
@@ -199,12 +213,14 @@ void OutputTracker::takePseudowireStatuses(std::vector<Host::RowUpdate>& rows) {
   dirtyPws_.clear();
   std::sort(pws.begin(), pws.end());
   for (auto const pw : pws) {
-    std::optional<std::string> status;
+    std::optional<Fields> status;
     if (!pw.empty() && Host::pseudowireKnown(harness_, pw)) {
-      status = Host::pseudowireStatus(harness_, pw, orientationsOf(pw)).words;
+      auto const now = Host::pseudowireStatus(harness_, pw, orientationsOf(pw));
+      status = Fields{{std::string(DbLink::kStatusField), now.words},
+                      {std::string(DbLink::kCodeField), std::string(Host::codeName(now.code))}};
     }
     auto const held = pwStatuses_.find(pw);
-    if (held == pwStatuses_.end() ? !status : status && held->second == *status) {
+    if (held == pwStatuses_.end() ? !status : status && DbLink::sameFields(held->second, *status)) {
       continue;
     }
     if (status) {
@@ -212,10 +228,7 @@ void OutputTracker::takePseudowireStatuses(std::vector<Host::RowUpdate>& rows) {
     } else {
       pwStatuses_.erase(held);
     }
-    Host::RowUpdate row{DbLink::joinKey({DbLink::kPwStatus, pw.toString()}), std::nullopt};
-    if (status) {
-      row.fields = Fields{{std::string(DbLink::kStatusField), std::move(*status)}};
-    }
+    Host::RowUpdate row{DbLink::joinKey({DbLink::kPwStatus, pw.toString()}), std::move(status)};
     rows.push_back(std::move(row));
   }
 }

@@ -54,7 +54,11 @@ class OutputTracker {
   // What the database holds of the pseudowire statuses, as read at (re)synchronisation, after
   // every other output row (the state-machine status among them) has been written. Marks every
   // pseudowire touched.
-  void derivedRowsFound(std::unordered_map<Netcore::IntfId, std::string> pwStatuses);
+  void derivedRowsFound(std::unordered_map<Netcore::IntfId, DbLink::Fields> pwStatuses);
+
+  // Another client wrote the status row `key`: it is taken as not held, so that take() writes
+  // it again. False when the key names no pseudowire (it is not the agent's to keep).
+  bool statusRowLost(std::string const& key);
 
   // Forgets the keys noted so far (a full comparison with the database has covered them).
   void forgetNotes();
@@ -90,7 +94,7 @@ class OutputTracker {
   std::unordered_map<Netcore::IntfId, std::vector<Hardware::MarlTunnel::LifProfileOrientationKey>>
       answered_;
   // What the database holds of the derived rows.
-  std::unordered_map<Netcore::IntfId, std::string> pwStatuses_;
+  std::unordered_map<Netcore::IntfId, DbLink::Fields> pwStatuses_;
   std::optional<DbLink::Fields> smStatus_;
   // The subscriptions that follow what the pseudowire statuses depend on.
   std::vector<std::unique_ptr<OutputSubscription>> subscriptions_;

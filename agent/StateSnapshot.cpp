@@ -33,13 +33,9 @@ void onKey(SnapshotReader::Progress& p, std::string const& key, RedisReply&& rep
     }
   } else if (*table == DbLink::kPwStatus) {
     auto const segments = DbLink::splitKey(key);
-    auto fields = fieldsOf(std::move(reply));
     try {
-      auto const pw = Netcore::IntfId(segments.at(1));
-      for (auto& [field, value] : fields) {
-        if (field == DbLink::kStatusField && segments.size() == 2) {
-          s.pwStatuses.emplace(pw, std::move(value));
-        }
+      if (segments.size() == 2 && !wrongType) {
+        s.pwStatuses.emplace(Netcore::IntfId(segments[1]), fieldsOf(std::move(reply)));
       }
     } catch (std::exception const&) {
       // Not a status the agent wrote; it stays as it is.
@@ -50,6 +46,8 @@ void onKey(SnapshotReader::Progress& p, std::string const& key, RedisReply&& rep
     } else if (!reply.elements.empty()) {
       s.outputs.emplace(key, fieldsOf(std::move(reply)));
     }
+  } else if (*table == DbLink::kBadInput) {
+    s.badInputs.emplace(key, wrongType ? DbLink::Fields{} : fieldsOf(std::move(reply)));
   } else if (*table == DbLink::kAgentSync && !wrongType) {
     for (auto& [field, value] : fieldsOf(std::move(reply))) {
       if (field == DbLink::kTokenField) {

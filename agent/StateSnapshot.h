@@ -23,8 +23,10 @@ struct StateSnapshot {
   // Output keys (pseudowire statuses aside) and their hashes; output keys of another type.
   std::unordered_map<std::string, DbLink::Fields> outputs;
   std::vector<std::string> wrongTypeOutputs;
-  // The pseudowire statuses, by pseudowire.
-  std::unordered_map<Netcore::IntfId, std::string> pwStatuses;
+  // The pseudowire statuses (their hashes), by pseudowire.
+  std::unordered_map<Netcore::IntfId, DbLink::Fields> pwStatuses;
+  // The bad-input keys, by key.
+  std::unordered_map<std::string, DbLink::Fields> badInputs;
   // Whether any HW FEC id response exists (the agent then starts without clean slate).
   bool hwFecIdResponses = false;
   // The barrier key's token and the agent status hash, when present.

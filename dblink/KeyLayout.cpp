@@ -24,7 +24,7 @@ std::optional<std::string_view> tableOf(std::string_view key) {
   auto const end = key.find(kSeparator);
   auto const table = key.substr(0, end);
   bool const known = isInputTable(table) || isOutputTable(table) || table == kAgentSync ||
-                     table == kAgentStatus || table == kHwFecIdResponse;
+                     table == kAgentStatus || table == kHwFecIdResponse || table == kBadInput;
   if (!known || isSingleHash(table) != (end == std::string_view::npos)) {
     return std::nullopt;
   }
@@ -37,6 +37,16 @@ bool isInputTable(std::string_view table) {
 
 bool isOutputTable(std::string_view table) {
   return contains(kOutputTables, table);
+}
+
+std::vector<std::string> ownKeyPrefixes() {
+  std::vector<std::string> prefixes;
+  for (auto const table : kOutputTables) {
+    prefixes.emplace_back(table).append(isSingleHash(table) ? "" : "|");
+  }
+  prefixes.emplace_back(kBadInput).append("|");
+  prefixes.emplace_back(kAgentStatus);
+  return prefixes;
 }
 
 std::string joinKey(std::initializer_list<std::string_view> segments) {
@@ -113,6 +123,20 @@ std::optional<bool> readBool(std::string_view text) {
     return text == "true";
   }
   return std::nullopt;
+}
+
+bool sameFields(Fields const& a, Fields const& b) {
+  if (a.size() != b.size()) {
+    return false;
+  }
+  if (a == b) {
+    return true;  // the agent writes the fields of a table in one order, which the server keeps
+  }
+  Fields sortedA = a;
+  Fields sortedB = b;
+  std::sort(sortedA.begin(), sortedA.end());
+  std::sort(sortedB.begin(), sortedB.end());
+  return sortedA == sortedB;
 }
 
 }  // namespace DbLink

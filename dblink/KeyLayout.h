@@ -46,6 +46,9 @@ inline constexpr std::string_view kPwStatus = "VPLS_PW_STATUS";  // |<pw>
 inline constexpr std::string_view kChipDecapEntry = "CHIP_DECAP_ENTRY";
 inline constexpr std::string_view kAgentStatus = "VPLS_AGENT_STATUS";  // one hash
 inline constexpr std::string_view kLogStream = "VPLS_LOG";             // a stream
+inline constexpr std::string_view kAgentLease = "VPLS_AGENT_LEASE";    // a string with expiry
+// Per input key that holds bad input: VPLS_BAD_INPUT|<the input key>, field `problem`.
+inline constexpr std::string_view kBadInput = "VPLS_BAD_INPUT";
 
 // Fields of the singleton hashes.
 inline constexpr std::string_view kTokenField = "token";
@@ -53,9 +56,20 @@ inline constexpr std::string_view kSyncField = "sync";
 inline constexpr std::string_view kErrorsField = "errors";
 inline constexpr std::string_view kLastErrorField = "lastError";
 inline constexpr std::string_view kStatusField = "status";
+inline constexpr std::string_view kCodeField = "code";
+inline constexpr std::string_view kStateField = "state";
+inline constexpr std::string_view kHeartbeatField = "heartbeat";
+inline constexpr std::string_view kPidField = "pid";
+inline constexpr std::string_view kVersionField = "version";
+inline constexpr std::string_view kRefusedWritesField = "refusedWrites";
+inline constexpr std::string_view kLastRefusalField = "lastRefusal";
+inline constexpr std::string_view kProblemField = "problem";
 
 // A hash as read or to be written: its fields and values in order.
 using Fields = Host::Fields;
+
+// Whether two hashes hold the same fields, in any order.
+bool sameFields(Fields const& a, Fields const& b);
 
 // The tables whose keys the agent reads at start-up and after every reconnection, and writes.
 inline constexpr std::array kInputTables{kPwIntfInfo,   kDecapLabel,  kVlanTagInfo,
@@ -70,6 +84,11 @@ inline constexpr std::array kOutputTables{
 std::optional<std::string_view> tableOf(std::string_view key);
 bool isInputTable(std::string_view table);
 bool isOutputTable(std::string_view table);
+
+// The prefixes of every key the agent writes and owns (its outputs, the pseudowire statuses,
+// the bad-input keys and its status), none a prefix of another: another client's write of such
+// a key is written again.
+std::vector<std::string> ownKeyPrefixes();
 
 // Joins segments with '|'.
 std::string joinKey(std::initializer_list<std::string_view> segments);

@@ -33,43 +33,55 @@ void WriteBatch::command(std::vector<std::string> const& args) {
   ++commands_;
 }
 
-void WriteBatch::send(RedisConnection& connection, Done done) {
-  // MULTI, then one "QUEUED" per command (or an error for a command the server refuses to
-  // queue), then EXEC's answer: an array with each command's result, or an error or nil for
-  // a transaction that did not run.
+void WriteBatch::send(RedisConnection& connection, std::string_view fence, std::size_t fenceReplies,
+                      Done done) {
+  // The fence's replies, MULTI's, then one "QUEUED" per command (or an error for a command the
+  // server refuses to queue), then EXEC's answer: an array with each command's result, or an
+  // error or nil for a transaction that did not run.
   struct Progress {
+    std::size_t fenceLeft;
     std::size_t repliesLeft;
-    std::size_t failed = 0;
-    std::string firstError;
+    Result result;
     Done done;
   };
-  auto progress = std::make_shared<Progress>(Progress{commands_ + 2, 0, {}, std::move(done)});
-  auto const fail = [](Progress& p, std::string const& text) {
-    if (p.failed++ == 0) {
-      p.firstError = text;
-    }
-  };
+  auto progress = std::make_shared<Progress>(
+      Progress{fenceReplies, fenceReplies + commands_ + 2, {}, std::move(done)});
   std::string text;
-  text.reserve(commandsText_.size() + 32);
+  text.reserve(fence.size() + commandsText_.size() + 32);
+  text += fence;
   appendCommand(text, {"MULTI"});
   text += commandsText_;
   appendCommand(text, {"EXEC"});
-  connection.formatted(text, commands_ + 2, [progress, fail](RedisReply&& reply) {
+  connection.formatted(text, fenceReplies + commands_ + 2, [progress](RedisReply&& reply) {
     auto& p = *progress;
-    bool const exec = --p.repliesLeft == 0 || reply.text.starts_with("connection lost");
+    auto& r = p.result;
+    auto const fail = [&r](std::string const& text) {
+      if (r.failed++ == 0) {
+        r.firstError = text;
+      }
+    };
+    bool const lost = reply.text.starts_with("connection lost");
+    bool const exec = --p.repliesLeft == 0 || lost;
+    if (p.fenceLeft > 0 && !lost) {
+      --p.fenceLeft;
+      r.fenceReplies.push_back(std::move(reply));
+      return;
+    }
     if (reply.isError()) {
-      fail(p, reply.text);
+      fail(reply.text);
     } else if (exec && reply.isNil()) {
-      fail(p, "the transaction was aborted");
+      fail("the transaction did not run (its watched key changed)");
+    } else if (exec && reply.kind == RedisReply::Kind::array) {
+      r.ran = true;
     }
     for (auto const& element : reply.elements) {
       if (element.isError()) {
-        fail(p, element.text);
+        fail(element.text);
       }
     }
     if (exec && p.done) {
       auto done = std::move(p.done);
-      done(p.failed, p.firstError);
+      done(std::move(r));
     }
   });
   commandsText_.clear();

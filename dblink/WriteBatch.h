@@ -27,11 +27,24 @@ class WriteBatch {
   // Keys written or deleted, for the figures.
   std::size_t keys() const noexcept { return keys_; }
 
-  // What the transaction did: how many of its commands failed, and the first failure's text
-  // (also a transaction that did not run at all, or a lost connection).
-  using Done = std::function<void(std::size_t failed, std::string const& firstError)>;
-  // Queues the transaction on the connection and empties the batch.
-  void send(RedisConnection& connection, Done done);
+  // What the transaction did.
+  struct Result {
+    // Whether EXEC ran the commands (a refused queueing, a broken watch or a lost connection
+    // leave them unrun).
+    bool ran = false;
+    // How many replies were errors (a transaction that did not run counts as one), and the
+    // first one's text.
+    std::size_t failed = 0;
+    std::string firstError;
+    // The replies of the fence's commands, in order.
+    std::vector<RedisReply> fenceReplies;
+  };
+  using Done = std::function<void(Result&&)>;
+  // Queues the transaction on the connection, after `fence` (commands in the wire format that
+  // answer `fenceReplies` replies, such as a WATCH and a check that may break it), and empties
+  // the batch.
+  void send(RedisConnection& connection, std::string_view fence, std::size_t fenceReplies,
+            Done done);
 
  private:
   std::string commandsText_;
