@@ -13,8 +13,9 @@ using DbLink::RedisReply;
 
 constexpr char kProgram[] = "vpls-decap-agent";
 constexpr std::size_t kMaxBatch = 16384;
-// Notifications waiting to be applied, at most (a few tens of MiB).
-constexpr std::size_t kMaxPending = 262144;
+// Notifications waiting to be applied, at most (about 100 MiB): more than a writer's burst of a
+// whole configuration at the chip's scale (65535 pseudowires of 8 VLANs are 720885 input keys).
+constexpr std::size_t kMaxPending = 1048576;
 constexpr std::size_t kMaxQueuedLogs = 100000;
 constexpr std::chrono::milliseconds kMaxBackoff{5000};
 constexpr std::chrono::seconds kStopGrace{5};

@@ -6,7 +6,7 @@ VLAN-aware, groups core/edge/dc, spokes, one standby per instance):
            barrier; seconds from the first byte written until the agent acknowledges the
            barrier, so every output is in Redis;
   floor    the same output hashes (every key the agent wrote) written into the same server by
-           the same pipelined client, into another database;
+           the same pipelined client, into another database (under a prefix of its own);
   startup  the agent stopped (SIGTERM) and started again over that settled state: seconds until
            it acknowledges a barrier, and how many output keys it wrote (keyspace notifications);
   burst    then `--burst` writes of input keys already there (100000 by default), as fast as
@@ -151,7 +151,9 @@ def run_once(binary, pseudowires, vlans, changes):
             waitingPws = sum(1 for v in statuses.values()
                              if v.get("status", "").startswith("waiting for the chip"))
             written = list(outputs.items()) + list(statuses.items())
-            floor = pipe(server, protocol(written, db=1))
+            # Under a prefix of its own: the agent writes again any of its keys that another
+            # client writes, in whichever database.
+            floor = pipe(server, protocol([("floor:" + k, f) for k, f in written], db=1))
 
             watcher = db.pubsub()
             watcher.psubscribe("__keyspace@0__:*")
