@@ -96,6 +96,7 @@ void DecapAgent::block(std::string const& why) {
   // The library stopped the start-up: what it built is dropped, nothing is written but the
   // status, and the next change of an input starts again.
   stopWrapper();
+  pending_.clear();  // the next start reads everything
   ++errors_;
   lastError_ = "start-up: " + why;
   state_ = State::blocked;
