@@ -177,8 +177,9 @@ class Faults(AgentCase):
              delete("vlanTagInfo", {"pw": "Pseudowire2", "vlan": 10})),
             (("hset", "VPLS_DECAP_LABEL|Pseudowire1", {"label": "1001", "color": "red"}),
              "field \"color\" is not one of this table's", delete("decapLabel", "Pseudowire1")),
-            (("hset", "VTEP_TYPE_STATUS", {"vxlanPresent": "yes"}),
-             "VTEP_TYPE_STATUS: field vxlanPresent: \"yes\" is not a boolean", []),
+            (("hset", "VTEP_TYPE_STATUS|vxlanPresent", {"value": "yes"}),
+             "VTEP_TYPE_STATUS|vxlanPresent: field value: \"yes\" is not a boolean",
+             [{"op": "set", "table": "vxlanPresent", "value": False}]),
             (("hdel", "VPLS_DECAP_LABEL|Pseudowire1", "color"), None,
              [{"op": "set", "table": "decapLabel", "key": "Pseudowire1", "value": 1001}]),
         ]
