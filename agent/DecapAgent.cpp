@@ -215,7 +215,7 @@ void DecapAgent::startOver(std::string const& note) {
   pending_.clear();
   batch_.reset();
   snapshotReader_.reset();
-  ownDecapConfigWrites_ = 0;
+  forgetOwnWrites();
   repairs_.clear();
   batchTokens_.clear();
   tokensToAcknowledge_.clear();
@@ -395,8 +395,7 @@ void DecapAgent::onPush(RedisReply&& reply) {
   if (state_ == State::standingBy) {
     return;  // taking over reads everything
   }
-  if (*key == DbLink::kDecapConfig && e[3].text == "hset" && ownDecapConfigWrites_ > 0) {
-    --ownDecapConfigWrites_;  // the agent's own write
+  if (takeOwnWrite(*key, e[3].text)) {
     return;
   }
   if (pending_.size() >= kMaxPending) {

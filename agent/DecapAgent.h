@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -8,6 +9,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -151,6 +153,11 @@ class DecapAgent {
   void applyBatch(Batch& batch);
   void applyKey(std::string const& key, DbLink::Fields const* fields, std::string const& error);
   void apply(std::string const& key, Host::InputChange const& change);
+  // Notes what the database holds of a reset attribute, as read.
+  void holdInput(Host::InputChange const& change);
+  // Whether a notification of `key` is of one of the agent's own writes (then counted off).
+  bool takeOwnWrite(std::string_view key, std::string_view event);
+  void forgetOwnWrites();
   void libraryError(std::string const& key, std::string const& what);
   void barrierRequested(std::string token);
   // Notes the key that another client wrote, so that the next write puts memory's row back.
@@ -218,11 +225,16 @@ class DecapAgent {
   // Counts connection losses: a reply handler of an earlier connection does nothing.
   std::uint64_t generation_ = 0;
   std::size_t connectionsUp_ = 0;
-  // Notifications of the agent's own writes to VPLS_DECAP_CONFIG that are still to come.
-  std::size_t ownDecapConfigWrites_ = 0;
-  // What the database holds of VPLS_DECAP_CONFIG, as read (bad fields at their default).
-  bool heldStartupSyncDone_ = false;
-  bool heldRestartDone_ = false;
+  // The attributes that the wrapper resets at start-up, the only inputs the agent writes (each
+  // to its own key): what the database holds of each (an absent key and bad input as false),
+  // and the notifications of the agent's own writes of it that are still to come.
+  struct ResetAttribute {
+    Host::InputTable table;
+    bool held = false;
+    std::size_t ownWrites = 0;
+  };
+  std::array<ResetAttribute, 2> resetAttributes_{
+      {{Host::InputTable::startupSyncDone}, {Host::InputTable::restartDone}}};
   // Keys of the agent's that other clients wrote, to be written again.
   std::vector<std::string> repairs_;
   // The input keys that hold bad input, with the problem; those whose problem changed since

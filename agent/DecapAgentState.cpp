@@ -14,6 +14,7 @@
 #include "VplsDecapVersion.h"
 #include "agent/DecapAgent.h"
 #include "dblink/InputRows.h"
+#include "host/InputTables.h"
 #include "host/InputWriter.h"
 #include "host/OutputRows.h"
 #include "host/OutputTable.h"
@@ -43,10 +44,6 @@ std::optional<std::map<std::string, bool>> readToggles() {
     }
   }
   return toggles;
-}
-
-bool isAttributeKey(std::string_view key) {
-  return key == DbLink::kDecapConfig || key == DbLink::kVtepTypeStatus;
 }
 
 }  // namespace
@@ -122,39 +119,33 @@ void DecapAgent::stopWrapper() {
 
 std::vector<Host::InputChange> DecapAgent::decodeInputs(StateSnapshot const& found) {
   std::vector<Host::InputChange> ops;
+  std::unordered_set<Host::InputTable> attributesFound;
   auto const take = [&](std::string const& key, DbLink::InputDecoding&& decoding) {
     if (!decoding.problem.empty()) {
       say("bad input: " + decoding.problem);
       badInputs_[key] = decoding.problem;
     }
-    if (key == DbLink::kDecapConfig && decoding.changes.size() == 2) {
-      heldStartupSyncDone_ = decoding.changes[0].flag;
-      heldRestartDone_ = decoding.changes[1].flag;
-    }
     for (auto& op : decoding.changes) {
+      holdInput(op);
+      if (Host::isAttribute(op.table)) {
+        attributesFound.insert(op.table);
+      }
       ops.push_back(std::move(op));
     }
   };
-  heldStartupSyncDone_ = heldRestartDone_ = false;
   badInputs_.clear();  // what is found now; the comparison with the keys found writes it
   badInputsChanged_.clear();
-  bool haveDecapConfig = false;
-  bool haveVtep = false;
   for (auto const& [key, fields] : found.inputs) {
-    haveDecapConfig = haveDecapConfig || key == DbLink::kDecapConfig;
-    haveVtep = haveVtep || key == DbLink::kVtepTypeStatus;
     take(key, DbLink::decodeInput(key, &fields));
   }
   for (auto const& [key, error] : found.wrongTypeInputs) {
     take(key, DbLink::decodeWrongType(key, "value of another type"));
   }
-  // An absent hash of attributes holds them at their defaults.
-  if (!haveDecapConfig) {
-    take(std::string(DbLink::kDecapConfig), DbLink::decodeInput(DbLink::kDecapConfig, nullptr));
-  }
-  if (!haveVtep) {
-    take(std::string(DbLink::kVtepTypeStatus),
-         DbLink::decodeInput(DbLink::kVtepTypeStatus, nullptr));
+  // An absent attribute key holds its attribute at false.
+  for (auto const& table : Host::inputTables()) {
+    if (table.keyColumns.empty() && !attributesFound.contains(table.table)) {
+      take(std::string(table.redisName), DbLink::decodeInput(table.redisName, nullptr));
+    }
   }
   return ops;
 }
@@ -333,35 +324,8 @@ void DecapAgent::applyKey(std::string const& key, Fields const* fields, std::str
     say("bad input: " + decoding.problem);
   }
   inputProblemIs(key, goneGarbage ? std::string() : decoding.problem);
-  if (!isAttributeKey(key)) {
-    for (auto const& op : decoding.changes) {
-      apply(key, op);
-    }
-    return;
-  }
-  if (key == DbLink::kDecapConfig) {
-    heldStartupSyncDone_ = decoding.changes[0].flag;
-    heldRestartDone_ = decoding.changes[1].flag;
-  }
-  // A write of the hash sets the attributes it changes; one that changes none re-sets every
-  // attribute the hash holds. A hash that is bad input counts as absent: it re-sets nothing.
-  std::vector<Host::InputChange> changed;
   for (auto const& op : decoding.changes) {
-    if (!Host::inputHolds(*harness_, op)) {
-      changed.push_back(op);
-    }
-  }
-  if (changed.empty() && fields != nullptr && decoding.problem.empty()) {
-    for (auto const& op : decoding.changes) {
-      auto const field = DbLink::inputRow(op).second.front().first;
-      bool const held = std::any_of(fields->begin(), fields->end(),
-                                    [&](auto const& f) { return f.first == field; });
-      if (held) {
-        changed.push_back(op);
-      }
-    }
-  }
-  for (auto const& op : changed) {
+    holdInput(op);
     apply(key, op);
   }
 }
@@ -381,6 +345,30 @@ void DecapAgent::apply(std::string const& key, Host::InputChange const& op) {
     libraryError(key, e.what());
   } catch (...) {
     libraryError(key, "an exception that is not a std::exception");
+  }
+}
+
+void DecapAgent::holdInput(Host::InputChange const& change) {
+  for (auto& reset : resetAttributes_) {
+    if (reset.table == change.table) {
+      reset.held = change.flag;
+    }
+  }
+}
+
+bool DecapAgent::takeOwnWrite(std::string_view key, std::string_view event) {
+  for (auto& reset : resetAttributes_) {
+    if (reset.ownWrites > 0 && event == "hset" && key == Host::inputTable(reset.table).redisName) {
+      --reset.ownWrites;
+      return true;
+    }
+  }
+  return false;
+}
+
+void DecapAgent::forgetOwnWrites() {
+  for (auto& reset : resetAttributes_) {
+    reset.ownWrites = 0;
   }
 }
 
@@ -491,17 +479,19 @@ void DecapAgent::appendBadInputs(DbLink::WriteBatch& batch) {
 void DecapAgent::appendDecapConfig(DbLink::WriteBatch& batch) {
   // Only the wrapper writes these inputs (its reset at start-up); other changes come from the
   // database and are held already.
-  auto const& config = *harness_->hwVplsPwDecapConfig;
-  if (config.startupSyncDone() == heldStartupSyncDone_ &&
-      config.restartDone() == heldRestartDone_) {
-    return;
+  for (auto& reset : resetAttributes_) {
+    Host::InputChange set;
+    set.table = reset.table;
+    set.flag = reset.held;
+    if (Host::inputHolds(*harness_, set)) {
+      continue;
+    }
+    set.flag = !reset.held;
+    reset.held = set.flag;
+    auto const [key, fields] = DbLink::inputRow(set);
+    batch.hset(key, fields);
+    ++reset.ownWrites;
   }
-  heldStartupSyncDone_ = config.startupSyncDone();
-  heldRestartDone_ = config.restartDone();
-  batch.hset(std::string(DbLink::kDecapConfig),
-             {{"startupSyncDone", DbLink::boolText(heldStartupSyncDone_)},
-              {"restartDone", DbLink::boolText(heldRestartDone_)}});
-  ++ownDecapConfigWrites_;
 }
 
 void DecapAgent::appendAgentStatus(DbLink::WriteBatch& batch) {

@@ -1,8 +1,7 @@
 #include "dblink/InputRows.h"
 
 #include <algorithm>
-#include <array>
-#include <optional>
+#include <span>
 
 #include "Loom/RangeError.h"
 #include "host/InputTables.h"
@@ -154,15 +153,15 @@ Host::Cell fieldCell(InputColumn const& column, std::string_view text) {
 }
 
 // Checks that every field of the hash is one of `columns`.
-void requireKnownFields(Fields const& fields, std::span<InputColumn const* const> columns) {
+void requireKnownFields(Fields const& fields, std::span<InputColumn const> columns) {
   for (auto const& entry : fields) {
     auto const& field = entry.first;
     bool const known = std::any_of(columns.begin(), columns.end(),
-                                   [&](InputColumn const* c) { return c->name == field; });
+                                   [&](InputColumn const& c) { return c.name == field; });
     if (!known) {
       std::string allowed;
-      for (auto const* column : columns) {
-        allowed += (allowed.empty() ? "" : ", ") + std::string(column->name);
+      for (auto const& column : columns) {
+        allowed += (allowed.empty() ? "" : ", ") + std::string(column.name);
       }
       throw BadInput{"field " + shownText(field) + " is not one of this table's (" + allowed + ")"};
     }
@@ -170,9 +169,8 @@ void requireKnownFields(Fields const& fields, std::span<InputColumn const* const
 }
 
 // Sets the change's value columns from the hash; absent optional fields keep their default.
-void readValue(InputTableDescription const& table, Fields const& fields,
-               std::span<InputColumn const* const> known, InputChange& change) {
-  requireKnownFields(fields, known);
+void readValue(InputTableDescription const& table, Fields const& fields, InputChange& change) {
+  requireKnownFields(fields, table.valueColumns);
   for (auto const& column : table.valueColumns) {
     auto const field = std::find_if(fields.begin(), fields.end(),
                                     [&](auto const& f) { return f.first == column.name; });
@@ -184,78 +182,59 @@ void readValue(InputTableDescription const& table, Fields const& fields,
   }
 }
 
-// The attributes whose hash the key is, in the contract's order; each one's set, at its default
-// (false) when its field, or the hash, is absent or bad.
-InputDecoding decodeAttributes(std::string_view key,
-                               std::vector<InputTableDescription const*> const& attributes,
-                               Fields const* fields) {
-  std::vector<InputColumn const*> known;
-  for (auto const* table : attributes) {
-    for (auto const& column : table->valueColumns) {
-      known.push_back(&column);
-    }
-  }
-  InputDecoding decoding;
-  for (auto const* table : attributes) {
-    InputChange change;
-    change.table = table->table;
-    if (fields != nullptr) {
-      try {
-        readValue(*table, *fields, known, change);
-      } catch (BadInput const& bad) {
-        if (decoding.problem.empty()) {
-          decoding.problem = shownKey(key) + ": " + bad.what;
-        }
-        change.flag = false;
-      }
-    }
-    decoding.changes.push_back(change);
-  }
-  return decoding;
-}
-
-InputChange keyedChange(InputTableDescription const& table,
-                        std::vector<std::string_view> const& segments) {
-  std::size_t const expected = table.keyColumns.size() + 1;
+// The element an input key names, as it is when the key is absent: a keyed element's del, an
+// attribute's set to false. Throws BadInput for a key that does not parse.
+InputChange absentChange(InputTableDescription const& table,
+                         std::vector<std::string_view> const& segments) {
+  auto const named = static_cast<std::size_t>(
+      std::count(table.redisName.begin(), table.redisName.end(), kSeparator) + 1);
+  std::size_t const expected = named + table.keyColumns.size();
   if (segments.size() != expected) {
     throw BadInput{"the key does not parse: expected " + std::to_string(expected) +
                    " segments separated by '|', found " + std::to_string(segments.size())};
   }
   InputChange change;
-  change.kind = ChangeKind::del;
+  change.kind = table.keyColumns.empty() ? ChangeKind::set : ChangeKind::del;
   change.table = table.table;
   for (std::size_t i = 0; i < table.keyColumns.size(); ++i) {
-    readKeyColumn(table.keyColumns[i], segments[i + 1], change);
+    readKeyColumn(table.keyColumns[i], segments[named + i], change);
   }
   return change;
+}
+
+// The input table of a key: a keyed table by its first segment, an attribute by its whole key.
+// Throws BadInput for a key of no input table, naming the attribute keys of its table if it has
+// some.
+InputTableDescription const& tableOfKey(std::string_view key) {
+  auto const table = firstSegment(key);
+  std::string attributeKeys;
+  for (auto const& description : Host::inputTables()) {
+    if (!description.keyColumns.empty()) {
+      if (description.redisName == table) {
+        return description;
+      }
+      continue;
+    }
+    if (description.redisName == key) {
+      return description;
+    }
+    if (firstSegment(description.redisName) == table) {
+      attributeKeys.append(attributeKeys.empty() ? "" : ", ").append(description.redisName);
+    }
+  }
+  throw BadInput{attributeKeys.empty()
+                     ? std::string("the key does not parse: not an input table")
+                     : "the key does not parse: not one of the attribute keys " + attributeKeys};
 }
 
 }  // namespace
 
 InputDecoding decodeInput(std::string_view key, Fields const* fields) {
-  auto const segments = splitKey(key);
-  std::vector<InputTableDescription const*> attributes;
-  InputTableDescription const* keyed = nullptr;
-  for (auto const& table : Host::inputTables()) {
-    if (table.redisName != segments[0]) {
-      continue;
-    }
-    if (table.keyColumns.empty()) {
-      attributes.push_back(&table);
-    } else {
-      keyed = &table;
-    }
-  }
-  if (!attributes.empty() && segments.size() == 1) {
-    return decodeAttributes(key, attributes, fields);
-  }
   InputDecoding decoding;
-  if (keyed == nullptr) {
-    decoding.problem = shownKey(key) + ": the key does not parse: not an input table";
-    return decoding;
-  }
+  InputTableDescription const* table = nullptr;
   try {
-    decoding.changes.push_back(keyedChange(*keyed, segments));
+    table = &tableOfKey(key);
+    decoding.changes.push_back(absentChange(*table, splitKey(key)));
   } catch (BadInput const& bad) {
     decoding.problem = shownKey(key) + ": " + bad.what;
     return decoding;
@@ -265,12 +244,8 @@ InputDecoding decodeInput(std::string_view key, Fields const* fields) {
   }
   try {
     InputChange set = decoding.changes.front();
-    keyed->prepare(set);
-    std::vector<InputColumn const*> known;
-    for (auto const& column : keyed->valueColumns) {
-      known.push_back(&column);
-    }
-    readValue(*keyed, *fields, known, set);
+    table->prepare(set);
+    readValue(*table, *fields, set);
     set.kind = ChangeKind::set;
     decoding.changes.front() = std::move(set);
   } catch (BadInput const& bad) {

@@ -13,13 +13,13 @@ namespace DbLink {
 // What an input key's hash says, as input changes: the agent applies them to its input entities
 // exactly as the runner applies a scenario's, and records them in the same form.
 struct InputDecoding {
-  // A keyed element: its set (the hash is there) or its del (absent, or bad input). A single
-  // hash of attributes (VPLS_DECAP_CONFIG, VTEP_TYPE_STATUS): one set per attribute, in the
-  // order of the contract, absent fields and an absent hash at their default (false).
+  // The one change of the element the key names: a keyed element's set (the hash is there) or
+  // its del (absent, or bad input); an attribute's set ("VPLS_DECAP_CONFIG|restartDone"), to
+  // false when the key is absent or bad input. None for a key that does not parse.
   std::vector<Host::InputChange> changes;
   // Empty for good input; else one line naming the key, the field and what is wrong with it.
-  // Bad input counts as absent: a keyed element's del, an attribute at its default. A key that
-  // does not parse names no element and gives no change.
+  // Bad input counts as absent. A key that does not parse names no element and gives no
+  // change.
   std::string problem;
 };
 

@@ -3,14 +3,15 @@
 #include <algorithm>
 #include <charconv>
 
+#include "host/InputTables.h"
+
 namespace DbLink {
 namespace {
 
 constexpr std::string_view kChannelPrefix = "__keyspace@";
 
 bool isSingleHash(std::string_view table) {
-  return table == kDecapConfig || table == kVtepTypeStatus || table == kAgentSync ||
-         table == kSmStatus || table == kAgentStatus;
+  return table == kAgentSync || table == kSmStatus || table == kAgentStatus;
 }
 
 template <class Tables>
@@ -22,7 +23,7 @@ bool contains(Tables const& tables, std::string_view table) {
 
 std::optional<std::string_view> tableOf(std::string_view key) {
   auto const end = key.find(kSeparator);
-  auto const table = key.substr(0, end);
+  auto const table = firstSegment(key);
   bool const known = isInputTable(table) || isOutputTable(table) || table == kAgentSync ||
                      table == kAgentStatus || table == kHwFecIdResponse || table == kBadInput;
   if (!known || isSingleHash(table) != (end == std::string_view::npos)) {
@@ -32,7 +33,10 @@ std::optional<std::string_view> tableOf(std::string_view key) {
 }
 
 bool isInputTable(std::string_view table) {
-  return contains(kInputTables, table);
+  auto const tables = Host::inputTables();
+  return std::any_of(tables.begin(), tables.end(), [table](auto const& description) {
+    return firstSegment(description.redisName) == table;
+  });
 }
 
 bool isOutputTable(std::string_view table) {
@@ -62,6 +66,10 @@ std::string joinKey(std::initializer_list<std::string_view> segments) {
   return key;
 }
 
+std::string_view firstSegment(std::string_view key) {
+  return key.substr(0, key.find(kSeparator));
+}
+
 std::vector<std::string_view> splitKey(std::string_view key) {
   std::vector<std::string_view> segments;
   std::size_t start = 0;
@@ -78,8 +86,12 @@ std::vector<std::string_view> splitKey(std::string_view key) {
 std::vector<std::string> inputChannelPatterns(int db) {
   std::string const prefix = std::string(kChannelPrefix) + std::to_string(db) + "__:";
   std::vector<std::string> patterns;
-  for (auto const table : kInputTables) {
-    patterns.push_back(prefix + std::string(table) + (isSingleHash(table) ? "" : "|*"));
+  for (auto const& description : Host::inputTables()) {
+    auto pattern = prefix;
+    pattern.append(firstSegment(description.redisName)).append(1, kSeparator).append("*");
+    if (!contains(patterns, pattern)) {
+      patterns.push_back(std::move(pattern));
+    }
   }
   patterns.push_back(prefix + std::string(kAgentSync));
   return patterns;

@@ -18,13 +18,9 @@ namespace DbLink {
 
 inline constexpr char kSeparator = '|';
 
-// Inputs: other processes write them, the agent reads them.
-inline constexpr std::string_view kPwIntfInfo = "VPLS_PW_INTF_INFO";                 // |<pw>
-inline constexpr std::string_view kDecapLabel = "VPLS_DECAP_LABEL";                  // |<pw>
-inline constexpr std::string_view kVlanTagInfo = "VPLS_VLAN_TAG_INFO";               // |<pw>|<vlan>
-inline constexpr std::string_view kEncapHwFecId = "VPLS_ENCAP_HW_FEC_ID";            // |<pw>
-inline constexpr std::string_view kDecapConfig = "VPLS_DECAP_CONFIG";                // one hash
-inline constexpr std::string_view kVtepTypeStatus = "VTEP_TYPE_STATUS";              // one hash
+// Inputs: other processes write them, the agent reads them. The keys of the input tables are
+// those of their descriptions (host/InputTables.h): "VPLS_PW_INTF_INFO|<pw>", ...,
+// "VPLS_DECAP_CONFIG|restartDone"; the tables of the input keys are their first segments.
 inline constexpr std::string_view kHwFecIdResponse = "L2_UCAST_HW_FEC_ID_RESPONSE";  // |<any>
 inline constexpr std::string_view kAgentSync = "VPLS_AGENT_SYNC";                    // one hash
 
@@ -71,17 +67,18 @@ using Fields = Host::Fields;
 // Whether two hashes hold the same fields, in any order.
 bool sameFields(Fields const& a, Fields const& b);
 
-// The tables whose keys the agent reads at start-up and after every reconnection, and writes.
-inline constexpr std::array kInputTables{kPwIntfInfo,   kDecapLabel,  kVlanTagInfo,
-                                         kEncapHwFecId, kDecapConfig, kVtepTypeStatus};
+// The tables whose keys the agent writes, and reads at start-up and after every reconnection
+// with those of the input tables.
 inline constexpr std::array kOutputTables{
     kMplsDecapConfig,    kLabelToPwIntf, kDecapStatus,  kEncapAdditionalId, kAdditionalData,
     kLpoRequest,         kLpoResponse,   kIntfToLpoKey, kEsemConfig,        kTagPopPushApp,
     kEvecProfileRequest, kSmStatus,      kPwStatus,     kChipDecapEntry};
 
-// Which table a key belongs to: its first segment when that names one of `tables` and the
-// key has more segments or the table is a single hash; none otherwise.
+// Which table a key belongs to: its first segment when that names one of the agent's tables
+// and the key has more segments or the table is a single hash; none otherwise.
 std::optional<std::string_view> tableOf(std::string_view key);
+// Whether the table is the first segment of an input table's keys: "VPLS_DECAP_LABEL",
+// "VPLS_DECAP_CONFIG" (the table of two attributes' keys).
 bool isInputTable(std::string_view table);
 bool isOutputTable(std::string_view table);
 
@@ -92,11 +89,15 @@ std::vector<std::string> ownKeyPrefixes();
 
 // Joins segments with '|'.
 std::string joinKey(std::initializer_list<std::string_view> segments);
+// The key up to its first '|' (the whole key when it has none).
+std::string_view firstSegment(std::string_view key);
 // Splits a key at every '|' (an empty segment stays).
 std::vector<std::string_view> splitKey(std::string_view key);
 
 // The keyspace-notification channel patterns of every input key (and the barrier key) in
-// database `db`, for PSUBSCRIBE; and the key a notification channel names.
+// database `db`, for PSUBSCRIBE: one per input table ("VPLS_DECAP_CONFIG|*" too, so that a key
+// of that table that names no attribute is seen and said to be bad input); and the key a
+// notification channel names.
 std::vector<std::string> inputChannelPatterns(int db);
 std::optional<std::string_view> keyOfChannel(std::string_view channel);
 

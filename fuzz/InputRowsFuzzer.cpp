@@ -2,11 +2,11 @@
 // decoded as an absent key, as a key of another type and as the hash it gives.
 //
 // Input: one byte of choices, then the key and the hash's fields and values, each text ended by
-// a backslash and any other byte ("\\" is a backslash; FuzzedDataProvider's framing). The low
-// three bits of the choices put one of the six input tables in front of the key ("<table>|" for
-// a keyed table, the bare name for a hash of attributes), or nothing (6 and 7); the next two
-// pick the type named for a key that is not a hash. A field that comes twice keeps its first
-// value, as a hash holds each field once.
+// a backslash and any other byte ("\\" is a backslash; FuzzedDataProvider's framing). Unless bit
+// 6 of the choices is set, their low three bits put one of the eight input tables' key prefixes
+// in front of the key ("<table>|" for a keyed table, the whole key of an attribute, so that an
+// empty key is that attribute's key); bits 3 and 4 pick the type named for a key that is not a
+// hash. A field that comes twice keeps its first value, as a hash holds each field once.
 //
 // Properties: nothing escapes the decoder; a problem is one line without control characters that
 // starts with the key as shown (as it is, or quoted with \xHH escapes, perhaps cut with its size
@@ -14,10 +14,10 @@
 // which inputRow gives the key back) or gives no op, with or without a hash; a hash on a parsed key
 // is one set when the problem is empty, else that del. A set is written back by inputRow as the
 // same key and a hash with every given value (numbers by value) and defaults for the rest, which
-// decodes to the same op. A hash of attributes is always two sets of its attributes, at their
-// defaults when absent or not a hash; it is good exactly when every field is one of the two with
-// "true" or "false", and then sets what the fields say; an attribute set true was given as true. A
-// key of no input table gives no op.
+// decodes to the same op. An attribute's key is always one set of that attribute, to false when
+// absent or not a hash; it is good exactly when its only field is `value` with "true" or
+// "false", and then sets what it says; it is written back as the same key and hash. Any other key
+// gives no op, also one of an attribute's table that is not an attribute's key.
 
 #include <fuzzer/FuzzedDataProvider.h>
 
@@ -35,28 +35,15 @@
 #include "dblink/InputRows.h"
 #include "dblink/KeyLayout.h"
 #include "host/InputChange.h"
+#include "host/InputTables.h"
 
 namespace {
 
 using DbLink::Fields;
 using DbLink::InputDecoding;
 using OpKind = Host::ChangeKind;
-using Table = Host::InputTable;
 
 constexpr std::array<std::string_view, 4> kTypes{"string", "list", "zset", "value of another type"};
-
-struct Attributes {
-  std::string_view key;
-  std::array<std::pair<std::string_view, Table>, 2> fields;
-};
-constexpr std::array<Attributes, 2> kAttributes{{
-    {DbLink::kDecapConfig,
-     {{{"startupSyncDone", Table::startupSyncDone}, {"restartDone", Table::restartDone}}}},
-    {DbLink::kVtepTypeStatus,
-     {{{"vxlanPresent", Table::vxlanPresent}, {"vxlanDciConfigured", Table::vxlanDciConfigured}}}},
-}};
-constexpr std::array kKeyedTables{DbLink::kPwIntfInfo, DbLink::kDecapLabel, DbLink::kVlanTagInfo,
-                                  DbLink::kEncapHwFecId};
 
 template <class Decode>
 InputDecoding run(std::string const& what, Decode const& decode) {
@@ -183,48 +170,36 @@ void checkKeyed(std::string const& key, Fields const& fields, InputDecoding cons
                 "the row of " + shown + " does not decode to it: " + again.problem);
 }
 
-void checkAttributes(Attributes const& attributes, Fields const& fields,
-                     InputDecoding const& absent, InputDecoding const& wrong,
-                     InputDecoding const& given) {
-  std::string const key(attributes.key);
-  auto const twoSets = [&](InputDecoding const& decoding, std::string_view what) {
-    Fuzz::require(decoding.changes.size() == 2, key + " " + std::string(what) + ": not two ops");
-    for (std::size_t i = 0; i < 2; ++i) {
-      Fuzz::require(decoding.changes[i].kind == OpKind::set &&
-                        decoding.changes[i].table == attributes.fields[i].second,
-                    key + " " + std::string(what) + ": op " + Host::describe(decoding.changes[i]) +
-                        " is not the set of " + std::string(attributes.fields[i].first));
-    }
+void checkAttribute(Host::InputTableDescription const& table, Fields const& fields,
+                    InputDecoding const& absent, InputDecoding const& wrong,
+                    InputDecoding const& given) {
+  std::string const key(table.redisName);
+  auto const oneSet = [&](InputDecoding const& decoding, std::string_view what) {
+    Fuzz::require(decoding.changes.size() == 1 && decoding.changes[0].kind == OpKind::set &&
+                      decoding.changes[0].table == table.table,
+                  key + " " + std::string(what) + ": not one set of " + std::string(table.name));
   };
-  twoSets(absent, "absent");
-  twoSets(wrong, "of another type");
-  twoSets(given, "with a hash");
+  oneSet(absent, "absent");
+  oneSet(wrong, "of another type");
+  oneSet(given, "with a hash");
   Fuzz::require(absent.problem.empty() && !wrong.problem.empty(),
                 key + ": absent is bad or another type is good");
-  Fuzz::require(!absent.changes[0].flag && !absent.changes[1].flag && !wrong.changes[0].flag &&
-                    !wrong.changes[1].flag,
-                key + ": absent or of another type, an attribute is not at its default");
-  bool const good = std::all_of(fields.begin(), fields.end(), [&](auto const& field) {
-    return (field.first == attributes.fields[0].first ||
-            field.first == attributes.fields[1].first) &&
-           (field.second == "true" || field.second == "false");
-  });
+  Fuzz::require(!absent.changes[0].flag && !wrong.changes[0].flag,
+                key + ": absent or of another type, the attribute is not false");
+  auto const value = valueOf(fields, "value");
+  bool const good = fields.size() == 1 && value && (*value == "true" || *value == "false");
   Fuzz::require(good == given.problem.empty(), key + ": the hash is " + (good ? "good" : "bad") +
                                                    " but the problem is \"" + given.problem + "\"");
-  for (std::size_t i = 0; i < 2; ++i) {
-    auto const& op = given.changes[i];
-    auto const shown = Host::describe(op);
-    auto const value = valueOf(fields, attributes.fields[i].first);
-    bool const isTrue = value && *value == "true";
-    Fuzz::require(op.flag ? isTrue : !good || !isTrue,
-                  key + ": " + shown + " is not what was given");
-    auto const [rowKey, row] = DbLink::inputRow(op);
-    Fuzz::require(rowKey == key, shown + " is written under another key: " + rowKey);
-    auto const again = decodeHash(rowKey, row);
-    Fuzz::require(again.problem.empty() && again.changes.size() == 2 &&
-                      Host::describe(again.changes[i]) == shown,
-                  "the row of " + shown + " does not decode to it: " + again.problem);
-  }
+  auto const& op = given.changes[0];
+  auto const shown = Host::describe(op);
+  Fuzz::require(op.flag == (good && *value == "true"),
+                key + ": " + shown + " is not what was given");
+  auto const [rowKey, row] = DbLink::inputRow(op);
+  Fuzz::require(rowKey == key, shown + " is written under another key: " + rowKey);
+  auto const again = decodeHash(rowKey, row);
+  Fuzz::require(again.problem.empty() && again.changes.size() == 1 &&
+                    Host::describe(again.changes[0]) == shown,
+                "the row of " + shown + " does not decode to it: " + again.problem);
 }
 
 }  // namespace
@@ -236,10 +211,10 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
   auto const choices = data[0];
   FuzzedDataProvider provider(data + 1, size - 1);
   std::string key = provider.ConsumeRandomLengthString();
-  if (std::size_t const table = choices & 7; table < DbLink::kInputTables.size()) {
-    auto const name = DbLink::kInputTables[table];
-    bool const single = name == DbLink::kDecapConfig || name == DbLink::kVtepTypeStatus;
-    key = std::string(name) + (single ? "" : "|") + key;
+  auto const tables = Host::inputTables();
+  if ((choices & 0x40) == 0) {
+    auto const& table = tables[(choices & 7) % tables.size()];
+    key = std::string(table.redisName) + (table.keyColumns.empty() ? "" : "|") + key;
   }
   auto const type = kTypes[(choices >> 3) & 3];
   Fields fields;
@@ -259,16 +234,16 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
   checkProblem("with a hash", key, given.problem);
   Fuzz::require(!wrong.problem.empty(), "a key of another type is good: " + key);
 
-  for (auto const& attributes : kAttributes) {
-    if (key == attributes.key) {
-      checkAttributes(attributes, fields, absent, wrong, given);
+  auto const table = DbLink::firstSegment(key);
+  for (auto const& description : tables) {
+    if (description.keyColumns.empty() && description.redisName == key) {
+      checkAttribute(description, fields, absent, wrong, given);
       return 0;
     }
-  }
-  auto const table = key.substr(0, key.find(DbLink::kSeparator));
-  if (std::find(kKeyedTables.begin(), kKeyedTables.end(), table) != kKeyedTables.end()) {
-    checkKeyed(key, fields, absent, wrong, given);
-    return 0;
+    if (!description.keyColumns.empty() && description.redisName == table) {
+      checkKeyed(key, fields, absent, wrong, given);
+      return 0;
+    }
   }
   Fuzz::require(absent.changes.empty() && wrong.changes.empty() && given.changes.empty(),
                 "a key of no input table gives an op: " + key);

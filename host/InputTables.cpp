@@ -151,19 +151,10 @@ std::string describeHwFecId(InputChange const& change) {
 
 // ---- Attributes ----
 
-constexpr InputColumn flagOf(std::string_view name) {
-  return {name,
-          K::boolean,
-          0,
-          1,
-          true,
-          [](InputChange const& c) -> Cell { return c.flag; },
-          [](InputChange& c, Cell const& v) { c.flag = boolOf(v); }};
-}
-constexpr std::array kStartupSyncDoneValue{flagOf("startupSyncDone")};
-constexpr std::array kRestartDoneValue{flagOf("restartDone")};
-constexpr std::array kVxlanPresentValue{flagOf("vxlanPresent")};
-constexpr std::array kVxlanDciConfiguredValue{flagOf("vxlanDciConfigured")};
+// An attribute's one value column, the field of its own state-database key.
+constexpr std::array kAttributeValue{InputColumn{
+    "value", K::boolean, 0, 1, false, [](InputChange const& c) -> Cell { return c.flag; },
+    [](InputChange& c, Cell const& v) { c.flag = boolOf(v); }}};
 
 std::string describeFlag(InputChange const& change) {
   return change.flag ? "true" : "false";
@@ -178,17 +169,17 @@ InputChange setOf(InputTable table, Netcore::IntfId pw) {
   return change;
 }
 
-// An attribute: its reader and writer on the harness's entities.
+// An attribute: its names and its reader and writer on the harness's entities.
 template <class Entity, Loom::Ptr<Entity> const AgentHarness::*member, bool (Entity::*Get)() const,
           void (Entity::*Set)(bool)>
-InputTableDescription attribute(InputTable table, std::string_view redisName,
-                                std::span<InputColumn const> value) {
+InputTableDescription attribute(InputTable table, std::string_view name,
+                                std::string_view redisKey) {
   return {
       table,
-      value.front().name,
-      redisName,
+      name,
+      redisKey,
       {},
-      value,
+      kAttributeValue,
       nothingToPrepare,
       [](AgentHarness& h, InputChange const& c) { ((*(h.*member)).*Set)(c.flag); },
       [](AgentHarness const& h, InputChange const& c) { return ((*(h.*member)).*Get)() == c.flag; },
@@ -288,16 +279,17 @@ std::array<InputTableDescription, 8> const kInputTables{{
      describeHwFecId},
     attribute<HwVplsPwDecapConfig, &AgentHarness::hwVplsPwDecapConfig,
               &HwVplsPwDecapConfig::startupSyncDone, &HwVplsPwDecapConfig::startupSyncDoneIs>(
-        InputTable::startupSyncDone, "VPLS_DECAP_CONFIG", kStartupSyncDoneValue),
+        InputTable::startupSyncDone, "startupSyncDone", "VPLS_DECAP_CONFIG|startupSyncDone"),
     attribute<HwVplsPwDecapConfig, &AgentHarness::hwVplsPwDecapConfig,
               &HwVplsPwDecapConfig::restartDone, &HwVplsPwDecapConfig::restartDoneIs>(
-        InputTable::restartDone, "VPLS_DECAP_CONFIG", kRestartDoneValue),
+        InputTable::restartDone, "restartDone", "VPLS_DECAP_CONFIG|restartDone"),
     attribute<VtepTypeStatus, &AgentHarness::vtepTypeStatus, &VtepTypeStatus::vxlanPresent,
-              &VtepTypeStatus::vxlanPresentIs>(InputTable::vxlanPresent, "VTEP_TYPE_STATUS",
-                                               kVxlanPresentValue),
+              &VtepTypeStatus::vxlanPresentIs>(InputTable::vxlanPresent, "vxlanPresent",
+                                               "VTEP_TYPE_STATUS|vxlanPresent"),
     attribute<VtepTypeStatus, &AgentHarness::vtepTypeStatus, &VtepTypeStatus::vxlanDciConfigured,
               &VtepTypeStatus::vxlanDciConfiguredIs>(InputTable::vxlanDciConfigured,
-                                                     "VTEP_TYPE_STATUS", kVxlanDciConfiguredValue),
+                                                     "vxlanDciConfigured",
+                                                     "VTEP_TYPE_STATUS|vxlanDciConfigured"),
 }};
 
 }  // namespace

@@ -27,18 +27,21 @@ struct InputColumn {
 };
 
 // The description of one input table, from which every encoding of its changes is derived:
-// the state database's rows (dblink/InputRows.h), the scenario's and the recording's ops
-// (host/Recording.h, sim/Scenario.h), the writes into the harness's entities
-// (host/InputWriter.h) and the one-line description. A keyed table has key columns; an
-// attribute has none and one value column, and shares its state-database hash with the other
-// attributes of its entity.
+// the state database's rows and keys (dblink/InputRows.h, dblink/KeyLayout.h), the scenario's
+// and the recording's ops (host/Recording.h, sim/Scenario.h), the writes into the harness's
+// entities (host/InputWriter.h) and the one-line description. A keyed table has key columns;
+// an attribute has none and one value column, `value`, and is one state-database key of its
+// own, so that one write of it is one set of it.
 //
 // In a scenario a single key column is the bare key ("Pseudowire1"), several are an object
 // ({"pw": ..., "vlan": ...}); a single value column is the bare value, several an object.
 struct InputTableDescription {
   InputTable table;
-  std::string_view name;       // "vplsPwIntfInfo"
-  std::string_view redisName;  // "VPLS_PW_INTF_INFO"
+  std::string_view name;  // "vplsPwIntfInfo"
+  // The state-database key up to the key columns, which follow it separated by '|': a keyed
+  // table's name ("VPLS_PW_INTF_INFO"); an attribute's whole key, its entity's table and its
+  // own name ("VPLS_DECAP_CONFIG|restartDone"). The first segment is the table of the key.
+  std::string_view redisName;
   std::span<InputColumn const> keyColumns;
   std::span<InputColumn const> valueColumns;
   // Readies a change whose key columns are set for its value columns (the configuration record

@@ -22,6 +22,10 @@ OUTPUT_TABLES = ("MPLS_DECAP_CONFIG", "LABEL_TO_PW_INTF", "VPLS_DECAP_STATUS",
                  "VPLS_ENCAP_ADDITIONAL_ID", "VPLS_ADDITIONAL_DATA", "LPO_REQUEST", "LPO_RESPONSE",
                  "INTF_TO_LPO_KEY", "ESEM_CONFIG", "TAG_POP_PUSH_APP", "EVEC_PROFILE_REQUEST",
                  "VPLS_SM_STATUS", "CHIP_DECAP_ENTRY")
+# Each attribute is a key of its own, with one field, `value`; a deleted key is false.
+ATTRIBUTE_KEYS = {name: f"{table}|{name}" for table, names in (
+    ("VPLS_DECAP_CONFIG", ("startupSyncDone", "restartDone")),
+    ("VTEP_TYPE_STATUS", ("vxlanPresent", "vxlanDciConfigured"))) for name in names}
 PW_INFO_FIELDS = ("vplsInstanceName", "groupName", "splitHorizon", "standby", "vlanAware",
                   "controlWord", "flowLabel")
 
@@ -105,10 +109,8 @@ class Agent:
 def op_row(op):
     """The key and hash (None for a del) that stand for a scenario op in the database."""
     table, value = op["table"], op.get("value")
-    attributes = {"startupSyncDone": "VPLS_DECAP_CONFIG", "restartDone": "VPLS_DECAP_CONFIG",
-                  "vxlanPresent": "VTEP_TYPE_STATUS", "vxlanDciConfigured": "VTEP_TYPE_STATUS"}
-    if table in attributes:
-        return attributes[table], {table: text(value)}
+    if table in ATTRIBUTE_KEYS:
+        return ATTRIBUTE_KEYS[table], {"value": text(value)}
     key = op["key"]
     if table == "vplsPwIntfInfo":
         value = value or {}

@@ -32,7 +32,7 @@ def hostile_writes():
         f"VPLS_DECAP_LABEL|{pw}": {"label": "900"},
         f"VPLS_VLAN_TAG_INFO|{pw}|10": {"tag": "10"},
         f"VPLS_ENCAP_HW_FEC_ID|{pw}": {"hwFecId": "1", "globalInLif": "2"},
-        "VTEP_TYPE_STATUS": {"vxlanPresent": "false"},
+        "VTEP_TYPE_STATUS|vxlanPresent": {"value": "false"},
     }
     writes = []
     for key, good in tables.items():
@@ -43,14 +43,15 @@ def hostile_writes():
                     continue  # a name may be any short UTF-8 text
                 writes.append((f"{key} {field}={value[:20]!r}", key, {**good, field: value}))
         writes.append((f"{key} extra field", key, {**good, "color": "red"}))
-        if not key.startswith(("VPLS_PW_INTF_INFO", "VTEP")):
+        if not key.startswith("VPLS_PW_INTF_INFO"):
             writes.append((f"{key} missing field", key, {"color": "red"}))
         for kind in ("string", "list", "set", "zset"):
             writes.append((f"{key} as a {kind}", key, kind))
     for key in ("VPLS_DECAP_LABEL|Pseudowire0", "VPLS_DECAP_LABEL|Pseudowire65536",
                 "VPLS_DECAP_LABEL|pseudowire9", "VPLS_DECAP_LABEL|Pseudowire9|1",
                 "VPLS_VLAN_TAG_INFO|Pseudowire9|4095", "VPLS_VLAN_TAG_INFO|Pseudowire9",
-                "VPLS_PW_INTF_INFO|", "VPLS_DECAP_LABEL|Pseudo\xffwire9"):
+                "VPLS_PW_INTF_INFO|", "VPLS_DECAP_LABEL|Pseudo\xffwire9",
+                "VPLS_DECAP_CONFIG|startupSyncdone", "VTEP_TYPE_STATUS|vxlanPresent|1"):
         writes.append((f"{key!r} does not parse", key, {"label": "1", "tag": "1"}))
     return writes
 
@@ -75,6 +76,11 @@ class HostileInput(base.AgentCase):
             rig.write_op(self.db, op)
         agent = self.agent()
         rig.barrier(self.db, "start")
+        # A bad or absent attribute is false: its set changes outputs the first time only. The
+        # key is left absent, as every key written below is before its write.
+        rig.write_op(self.db, {"op": "set", "table": "vxlanPresent", "value": False})
+        self.db.delete(rig.ATTRIBUTE_KEYS["vxlanPresent"])
+        rig.barrier(self.db, "vxlanPresent false")
         outputs, answer = rig.output_rows(self.db), base.ask(pathlib.Path(agent.socket_dir) /
                                                         "MarlTunnelVpls")
         for i, (what, key, value) in enumerate(hostile_writes()):

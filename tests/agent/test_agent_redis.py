@@ -177,8 +177,9 @@ class Faults(AgentCase):
              delete("vlanTagInfo", {"pw": "Pseudowire2", "vlan": 10})),
             (("hset", "VPLS_DECAP_LABEL|Pseudowire1", {"label": "1001", "color": "red"}),
              "field \"color\" is not one of this table's", delete("decapLabel", "Pseudowire1")),
-            (("hset", "VTEP_TYPE_STATUS", {"vxlanPresent": "yes"}),
-             "VTEP_TYPE_STATUS: field vxlanPresent: \"yes\" is not a boolean", []),
+            (("hset", "VTEP_TYPE_STATUS|vxlanPresent", {"value": "yes"}),
+             "VTEP_TYPE_STATUS|vxlanPresent: field value: \"yes\" is not a boolean",
+             [{"op": "set", "table": "vxlanPresent", "value": False}]),
             (("hdel", "VPLS_DECAP_LABEL|Pseudowire1", "color"), None,
              [{"op": "set", "table": "decapLabel", "key": "Pseudowire1", "value": 1001}]),
         ]
@@ -205,6 +206,45 @@ class Faults(AgentCase):
             if said:
                 self.assertIn(said, agent.output())
         self.assertIsNone(agent.process.poll(), "the agent stopped")
+
+    def test_each_write_of_an_attribute_key_is_one_set_of_it(self):
+        def attribute(name, value):
+            return {"op": "set", "table": name, "value": value}
+        # The writes, each settled by a barrier; a tuple is written in one pipeline.
+        steps = [attribute("startupSyncDone", True), attribute("restartDone", True),
+                 attribute("restartDone", True),  # the same value: a set, as the runner's
+                 (attribute("vxlanPresent", True), attribute("vxlanDciConfigured", True)),
+                 "del VPLS_DECAP_CONFIG|restartDone",  # a deleted key is false
+                 "old hash"]  # the one hash of two attributes is no input
+        events = [attribute("startupSyncDone", True), attribute("restartDone", True),
+                  attribute("restartDone", True), attribute("vxlanPresent", True),
+                  attribute("vxlanDciConfigured", True), attribute("restartDone", False)]
+        states = runner_states(self.scenario_file(events))
+        for op in self.BEFORE:
+            rig.write_op(self.db, op)
+        record = pathlib.Path(self.dir.name) / "recording.jsonl"
+        agent = self.agent(["--record", str(record)])
+        rig.barrier(self.db, "start")
+        done = 0
+        for i, step in enumerate(steps):
+            if step == "old hash":
+                self.db.hset("VPLS_DECAP_CONFIG", mapping={"restartDone": "true"})
+            elif isinstance(step, str):
+                self.db.delete(step.split(" ", 1)[1])
+                done += 1
+            else:
+                with self.db.pipeline(transaction=False) as pipe:
+                    for op in step if isinstance(step, tuple) else (step,):
+                        rig.write_op(pipe, op)
+                        done += 1
+                    pipe.execute()
+            rig.barrier(self.db, f"step {i}")
+            self.assertOutputs(states[done]["state"], f"after {step}", agent)
+        agent.stop(signal.SIGKILL)
+        recorded = [json.loads(line) for line in record.read_text().splitlines()[1:]]
+        self.assertEqual([{k: v for k, v in op.items() if k != "sameBatch"} for op in recorded],
+                         events)
+        self.assertOutputs(runner_states(record)[-1]["state"], "the recording replayed", agent)
 
     def test_a_server_restart_is_survived(self):
         self.server.stop()

@@ -40,14 +40,8 @@ TEST(InputRows, DecodeToTheRunnersOpsAndNameEveryProblem) {
        Fields{{"hwFecId", "4294967295"}, {"globalInLif", "0"}},
        {"set encapHwFecId Pseudowire7 = hwFecId 4294967295 globalInLif 0"},
        ""},
-      {"VPLS_DECAP_CONFIG",
-       Fields{{"restartDone", "true"}},
-       {"set startupSyncDone = false", "set restartDone = true"},
-       ""},
-      {"VTEP_TYPE_STATUS",
-       std::nullopt,
-       {"set vxlanPresent = false", "set vxlanDciConfigured = false"},
-       ""},
+      {"VPLS_DECAP_CONFIG|restartDone", Fields{{"value", "true"}}, {"set restartDone = true"}, ""},
+      {"VTEP_TYPE_STATUS|vxlanPresent", std::nullopt, {"set vxlanPresent = false"}, ""},
       // Bad values: the element counts as absent.
       {"VPLS_DECAP_LABEL|Pseudowire7",
        Fields{{"label", "-1"}},
@@ -96,10 +90,11 @@ TEST(InputRows, DecodeToTheRunnersOpsAndNameEveryProblem) {
        Fields{{"label", "1"}, {"lable", "2"}},
        {"del decapLabel Pseudowire7"},
        "VPLS_DECAP_LABEL|Pseudowire7: field \"lable\" is not one of this table's (label)"},
-      {"VTEP_TYPE_STATUS",
-       Fields{{"vxlanPresent", "yes"}, {"vxlanDciConfigured", "true"}},
-       {"set vxlanPresent = false", "set vxlanDciConfigured = true"},
-       "VTEP_TYPE_STATUS: field vxlanPresent: \"yes\" is not a boolean (true or false)"},
+      {"VTEP_TYPE_STATUS|vxlanDciConfigured",
+       Fields{{"value", "yes"}},
+       {"set vxlanDciConfigured = false"},
+       "VTEP_TYPE_STATUS|vxlanDciConfigured: field value: \"yes\" is not a boolean (true or "
+       "false)"},
       // Keys that name no element.
       {"VPLS_DECAP_LABEL|Pseudowire65536",
        Fields{{"label", "1"}},
@@ -121,6 +116,16 @@ TEST(InputRows, DecodeToTheRunnersOpsAndNameEveryProblem) {
        {},
        "VPLS_VLAN_TAG_INFO|Pseudowire7|05: the key does not parse: \"05\" is not a vlan from 1 "
        "to 4094 in plain decimal"},
+      {"VPLS_DECAP_CONFIG|startupSyncdone",
+       Fields{{"value", "true"}},
+       {},
+       "VPLS_DECAP_CONFIG|startupSyncdone: the key does not parse: not one of the attribute keys "
+       "VPLS_DECAP_CONFIG|startupSyncDone, VPLS_DECAP_CONFIG|restartDone"},
+      {"VTEP_TYPE_STATUS",
+       Fields{{"vxlanPresent", "true"}},
+       {},
+       "VTEP_TYPE_STATUS: the key does not parse: not one of the attribute keys "
+       "VTEP_TYPE_STATUS|vxlanPresent, VTEP_TYPE_STATUS|vxlanDciConfigured"},
       {"VPLS_DECAP_LABEL|Pseudo\nwire",
        Fields{{"label", "1"}},
        {},
@@ -149,15 +154,16 @@ TEST(InputRows, AKeyOfAnotherTypeCountsAsAbsent) {
 }
 
 TEST(InputRows, EverySetWrittenAsARowDecodesToItself) {
-  for (auto const& key :
-       {"VPLS_PW_INTF_INFO|Pseudowire7", "VPLS_DECAP_LABEL|Pseudowire7",
-        "VPLS_VLAN_TAG_INFO|Pseudowire7|10", "VPLS_ENCAP_HW_FEC_ID|Pseudowire7"}) {
+  for (auto const& key : {"VPLS_PW_INTF_INFO|Pseudowire7", "VPLS_DECAP_LABEL|Pseudowire7",
+                          "VPLS_VLAN_TAG_INFO|Pseudowire7|10", "VPLS_ENCAP_HW_FEC_ID|Pseudowire7",
+                          "VPLS_DECAP_CONFIG|startupSyncDone"}) {
     Fields const fields = std::string(key).starts_with("VPLS_PW_INTF_INFO")
                               ? Fields{{"vplsInstanceName", "v\"1"}, {"flowLabel", "true"}}
                           : std::string(key).starts_with("VPLS_ENCAP")
                               ? Fields{{"hwFecId", "5"}, {"globalInLif", "6"}}
-                          : std::string(key).starts_with("VPLS_VLAN") ? Fields{{"tag", "7"}}
-                                                                      : Fields{{"label", "8"}};
+                          : std::string(key).starts_with("VPLS_VLAN")    ? Fields{{"tag", "7"}}
+                          : std::string(key).starts_with("VPLS_DECAP_C") ? Fields{{"value", "true"}}
+                                                                         : Fields{{"label", "8"}};
     auto const op = decodeInput(key, &fields).changes.at(0);
     auto const [rowKey, rowFields] = inputRow(op);
     EXPECT_EQ(rowKey, key);

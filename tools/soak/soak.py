@@ -33,8 +33,8 @@ VLANS = range(1, 7)
 # (label, none) is of one pseudowire only.
 OWN_LABEL = {pw for n, pw in enumerate(PSEUDOWIRES, 1) if n % 4 == 0}
 UNTAGGED_VLAN = 6
-ATTRIBUTES = {"VPLS_DECAP_CONFIG": ("startupSyncDone", "restartDone"),
-              "VTEP_TYPE_STATUS": ("vxlanPresent", "vxlanDciConfigured")}
+# The attributes that the agent's wrapper resets at start-up.
+RESET_ATTRIBUTES = ("startupSyncDone", "restartDone")
 # The weight of a step that concerns the whole switch. The sequences of the randomized test have
 # 3 pseudowires; here there are 8 times as many, so such steps weigh 8 times as much.
 GLOBAL_WEIGHT = len(PSEUDOWIRES) // 3
@@ -157,7 +157,7 @@ class Writer:
         out += [(GLOBAL_WEIGHT, {"op": "set", "table": name, "value": not value})
                 for name, value in self.vxlan.items()]
         out += [(GLOBAL_WEIGHT, {"op": "set", "table": name, "value": self.chance(50)})
-                for name in ATTRIBUTES["VPLS_DECAP_CONFIG"]]
+                for name in RESET_ATTRIBUTES]
         unchanged = list(self.inputs.values()) + [
             {"op": "set", "table": name, "value": value} for name, value in self.vxlan.items()]
         out.append((2 * GLOBAL_WEIGHT, self.rng.choice(unchanged)))
@@ -169,7 +169,7 @@ class Writer:
         pw, table = pw_of(op), op["table"]
         if table in self.vxlan:
             self.vxlan[table] = op["value"]
-        elif table not in ATTRIBUTES["VPLS_DECAP_CONFIG"]:
+        elif table not in RESET_ATTRIBUTES:
             key = rig.op_row(op)[0]
             if op["op"] == "del":
                 del self.inputs[key]
@@ -188,11 +188,10 @@ class Writer:
 
 
 def normalised_inputs(rows):
-    """Input rows with every attribute at its value or its default."""
+    """Input rows with every attribute at its value or, its key absent, false."""
     rows = dict(rows)
-    for key, fields in ATTRIBUTES.items():
-        held = rows.get(key, {})
-        rows[key] = {f: held.get(f, "false") for f in fields}
+    for key in rig.ATTRIBUTE_KEYS.values():
+        rows[key] = {"value": rows.get(key, {}).get("value", "false")}
     return rows
 
 
@@ -207,11 +206,12 @@ def recorded_inputs(path):
         if fields is None:
             rows.pop(key, None)
         else:
-            rows[key] = {**rows.get(key, {}), **fields} if key in ATTRIBUTES else fields
+            rows[key] = fields
 
     for op in json.loads(lines[0]).get("before", []):
         apply(op)
-    rows.pop("VPLS_DECAP_CONFIG", None)
+    for name in RESET_ATTRIBUTES:
+        rows.pop(rig.ATTRIBUTE_KEYS[name], None)
     for line in lines[1:]:
         apply(json.loads(line))
     return normalised_inputs(rows)
