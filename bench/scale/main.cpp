@@ -157,12 +157,6 @@ Bench::ScaleResults measure(Options const& options) {
       results.cases.push_back(std::move(c));
     }
     auto const& mix = size.mix();
-    // The capacity size is chosen by the mix's count of decap entries; the chip model decides.
-    if (size.showSkipped().has_value() == mix.decapEntriesFitChip()) {
-      throw std::runtime_error("show at " + sizeName(mix) + ": the mix's " +
-                               std::to_string(mix.decapEntries()) +
-                               " decap entries and the chip model disagree on whether they fit");
-    }
     if (size.showSkipped()) {
       results.skipped.push_back(
           "show at " + sizeName(mix) + ": " + *size.showSkipped() +
