@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <iostream>
 #include <nlohmann/json.hpp>
 
 namespace VplsAgent {
@@ -11,7 +10,8 @@ namespace {
 using DbLink::Fields;
 using DbLink::RedisReply;
 
-constexpr char kProgram[] = "vpls-decap-agent";
+// The exit code of a database the server does not have (the daemon's usage errors).
+constexpr int kExitUsage = 2;
 constexpr std::size_t kMaxBatch = 16384;
 // Notifications waiting to be applied, at most (about 100 MiB): more than a writer's burst of a
 // whole configuration at the chip's scale (65535 pseudowires of 8 VLANs are 720885 input keys).
@@ -63,18 +63,22 @@ std::uint64_t configSetCount(std::string_view info) {
 
 }  // namespace
 
-DecapAgent::DecapAgent(AgentCommandLine config, std::optional<Credentials> credentials)
+DecapAgent::DecapAgent(AgentCommandLine config, std::optional<Credentials> credentials,
+                       StderrLog log)
     : config_(std::move(config)),
       credentials_(std::move(credentials)),
+      log_(std::move(log)),
       scheduler_(Orb::TaskSchedulerRoot::TaskSchedulerRootIs()),
       lease_(Lease::holderName()),
+      notifier_(*scheduler_, log_),
       backoff_(kFirstBackoff) {
   Orb::TaskSchedulerRoot::rootIs(scheduler_.get());
 }
 
 void DecapAgent::logMessage(Cog::LogMessage const& message, std::vector<std::string> const& args,
                             std::string const& formatted) {
-  std::cerr << message.identifier << ": " << formatted << "\n";
+  std::string line(message.identifier);
+  log_.write(priorityOfSeverity(message.severity), line.append(": ").append(formatted));
   if (logs_.size() >= kMaxQueuedLogs) {
     logs_.pop_front();
     ++logsDropped_;
@@ -93,8 +97,8 @@ DecapAgent::~DecapAgent() {
   Orb::TaskSchedulerRoot::rootIs(nullptr);
 }
 
-void DecapAgent::say(std::string const& line) const {
-  std::cerr << kProgram << ": " << line << std::endl;
+void DecapAgent::say(Priority priority, std::string const& line) const {
+  log_.say(priority, line);
 }
 
 void DecapAgent::stopFromSignal() noexcept {
@@ -102,14 +106,15 @@ void DecapAgent::stopFromSignal() noexcept {
 }
 
 int DecapAgent::run() {
-  say("starting; state database " + config_.redis.text() + ", database " +
-      std::to_string(config_.db));
+  say(Priority::info, "starting; state database " + config_.redis.text() + ", database " +
+                          std::to_string(config_.db));
   connect();
   scheduler_->run();
 
   // Stop in order: finish the batch and the writes under way, then the wrapper (which closes
   // the command socket), then the connections.
   stopping_ = true;
+  notifier_.stopping();
   auto const deadline = Orb::TaskSchedulerRoot::Clock::now() + kStopGrace;
   while (state_ == State::running && commands_ && (batch_ || commands_->waitingReplies() > 0) &&
          Orb::TaskSchedulerRoot::Clock::now() < deadline) {
@@ -128,8 +133,10 @@ int DecapAgent::run() {
   harness_.reset();
   commands_.reset();
   notifications_.reset();
-  say("stopped");
-  return 0;
+  if (exitCode_ == 0) {
+    say(Priority::notice, "stopped");
+  }
+  return exitCode_;
 }
 
 // ---- Connections ----
@@ -185,23 +192,54 @@ void DecapAgent::connectionUp() {
 }
 
 void DecapAgent::connectionReady() {
-  if (config_.db != 0) {
-    for (auto* connection : {commands_.get(), notifications_.get()}) {
-      connection->command({"SELECT", std::to_string(config_.db)}, [this](RedisReply&& reply) {
-        if (reply.isError() && !reply.text.starts_with("connection lost")) {
-          say("cannot select database " + std::to_string(config_.db) + ": " + reply.text);
-        }
-      });
-    }
-  }
   std::string const note = "connected to the state database at " + config_.redis.text();
   if (note != connectionNote_) {
-    say(note);
+    say(Priority::notice, note);
     connectionNote_ = note;
+  }
+  notifier_.status(note + ", synchronising");
+  if (config_.db != 0) {
+    selectDatabase();
+    return;
   }
   // Notifications on, then subscribed, then the lease, then everything read: a write after
   // the read is notified.
   configureNotifications(true);
+}
+
+void DecapAgent::selectDatabase() {
+  // Only the command connection selects: the notification connection subscribes to the
+  // database's channels by name. Nothing else is sent before the answer, so that nothing runs
+  // on another database; the number of databases comes first, for the line a refusal is.
+  auto const gen = generation_;
+  auto const databases = std::make_shared<std::string>();
+  commands_->command({"CONFIG", "GET", "databases"}, [databases](RedisReply&& reply) {
+    if (!reply.isError() && reply.elements.size() == 2) {
+      *databases = reply.elements[1].text;
+    }
+  });
+  commands_->command(
+      {"SELECT", std::to_string(config_.db)}, [this, gen, databases](RedisReply&& reply) {
+        if (gen != generation_) {
+          return;
+        }
+        if (!reply.isError()) {
+          configureNotifications(true);
+          return;
+        }
+        if (commands_->state() != DbLink::RedisConnection::State::connected) {
+          return;  // the connection was lost, not the database refused: the agent reconnects
+        }
+        std::string line = "--db " + std::to_string(config_.db) + ": the state database at " +
+                           config_.redis.text() + " refused it (" + reply.text + ")";
+        if (auto const count = DbLink::readNumber(*databases, 65536); count && *count > 0) {
+          line.append("; the server has ").append(*databases).append(" databases, 0 to ");
+          line.append(std::to_string(*count - 1));
+        }
+        say(Priority::error, line);
+        exitCode_ = kExitUsage;
+        scheduler_->stop();
+      });
 }
 
 void DecapAgent::startOver(std::string const& note) {
@@ -230,9 +268,10 @@ void DecapAgent::startOver(std::string const& note) {
   notifications_->close();
   if (note != connectionNote_ &&
       !(connectionNote_.starts_with("waiting") && note.starts_with("waiting"))) {
-    say(note);
+    say(Priority::warning, note);
   }
   connectionNote_ = note;
+  notifier_.status(note);
   retryLater();
 }
 
@@ -261,40 +300,43 @@ void DecapAgent::configureNotifications(bool setOnce) {
       *count = configSetCount(reply.text);
     }
   });
-  commands_->command({"CONFIG", "GET", "notify-keyspace-events"}, [this, gen, count,
-                                                                   setOnce](RedisReply&& reply) {
-    if (gen != generation_) {
-      return;
-    }
-    if (reply.isError() || reply.elements.size() != 2) {
-      say("cannot read the server's keyspace notification setting (" + reply.text +
-          "); changes are seen only if it includes " + std::string(kNeededEvents) +
-          ", and a change of it by another client is not seen");
-      configSets_.reset();
-      subscribe();
-      return;
-    }
-    std::string const current = reply.elements[1].text;
-    std::string const wanted = withNeededEvents(current);
-    if (wanted == current || !setOnce) {
-      configSets_ = *count;
-      subscribe();
-      return;
-    }
-    commands_->command({"CONFIG", "SET", "notify-keyspace-events", wanted},
-                       [this, gen, current, wanted](RedisReply&& set) {
-                         if (gen != generation_) {
-                           return;
-                         }
-                         if (set.isError()) {
-                           say("cannot switch on keyspace notifications (" + set.text + ")");
-                         } else {
-                           say("keyspace notifications were \"" + current + "\"; set to \"" +
-                               wanted + "\" (the agent needs " + std::string(kNeededEvents) + ")");
-                         }
-                         configureNotifications(false);
-                       });
-  });
+  commands_->command(
+      {"CONFIG", "GET", "notify-keyspace-events"}, [this, gen, count, setOnce](RedisReply&& reply) {
+        if (gen != generation_) {
+          return;
+        }
+        if (reply.isError() || reply.elements.size() != 2) {
+          say(Priority::warning, "cannot read the server's keyspace notification setting (" +
+                                     reply.text + "); changes are seen only if it includes " +
+                                     std::string(kNeededEvents) +
+                                     ", and a change of it by another client is not seen");
+          configSets_.reset();
+          subscribe();
+          return;
+        }
+        std::string const current = reply.elements[1].text;
+        std::string const wanted = withNeededEvents(current);
+        if (wanted == current || !setOnce) {
+          configSets_ = *count;
+          subscribe();
+          return;
+        }
+        commands_->command(
+            {"CONFIG", "SET", "notify-keyspace-events", wanted},
+            [this, gen, current, wanted](RedisReply&& set) {
+              if (gen != generation_) {
+                return;
+              }
+              if (set.isError()) {
+                say(Priority::error, "cannot switch on keyspace notifications (" + set.text + ")");
+              } else {
+                say(Priority::notice, "keyspace notifications were \"" + current + "\"; set to \"" +
+                                          wanted + "\" (the agent needs " +
+                                          std::string(kNeededEvents) + ")");
+              }
+              configureNotifications(false);
+            });
+      });
 }
 
 void DecapAgent::checkConfiguration(std::function<void()> then) {
@@ -352,8 +394,9 @@ void DecapAgent::subscribe() {
     tracking.emplace_back("NOLOOP");
     commands_->command(tracking, [this, gen, answered](RedisReply&& on) {
       if (gen == generation_ && on.isError()) {
-        say("cannot follow other clients' writes of the agent's keys (" + on.text +
-            "); a key another client changes stays so until the agent starts again");
+        say(Priority::warning,
+            "cannot follow other clients' writes of the agent's keys (" + on.text +
+                "); a key another client changes stays so until the agent starts again");
         on = RedisReply{};
       }
       answered(std::move(on));
@@ -384,7 +427,7 @@ void DecapAgent::onPush(RedisReply&& reply) {
       restartTimer_ = scheduler_->timerIs(kRestartDelay, [this] {
         restartTimer_ = 0;
         if (state_ == State::blocked) {
-          say("an input changed; starting again");
+          say(Priority::notice, "an input changed; starting again");
           state_ = State::synchronising;
           synchronise();
         }
@@ -407,6 +450,20 @@ void DecapAgent::onPush(RedisReply&& reply) {
   pending_.push_back(
       Notification{Notification::Kind::input, std::string(*key), std::move(e[3].text)});
   scheduleBatch();
+}
+
+void DecapAgent::readyOnceWritten() {
+  if (!notifier_.managed()) {
+    return;
+  }
+  // The server answers in order: this answer comes after that of every write sent before.
+  auto const gen = generation_;
+  commands_->command({"PING"}, [this, gen](RedisReply&& reply) {
+    if (gen == generation_ && !reply.isError()) {
+      notifier_.ready("running on the state database at " + config_.redis.text() + ", database " +
+                      std::to_string(config_.db));
+    }
+  });
 }
 
 void DecapAgent::onForeignWrites(RedisReply const& keys) {
@@ -437,7 +494,7 @@ void DecapAgent::takeLease() {
     switch (outcome.kind) {
       case Lease::Outcome::Kind::held:
         if (state_ == State::standingBy) {
-          say("took over the lease " + std::string(DbLink::kAgentLease));
+          say(Priority::notice, "took over the lease " + std::string(DbLink::kAgentLease));
         }
         state_ = State::synchronising;
         heartbeat();
@@ -462,8 +519,9 @@ std::string DecapAgent::standingByNote(std::string const& holder) {
 void DecapAgent::standBy(std::string const& holder) {
   auto const reason = standingByNote(holder);
   if (connectionNote_ != reason) {
-    say(reason);
+    say(Priority::notice, reason);
     connectionNote_ = reason;
+    notifier_.ready(reason);  // a standby is a settled state of the service too
   }
   state_ = State::standingBy;
   pending_.clear();
@@ -477,8 +535,8 @@ void DecapAgent::standBy(std::string const& holder) {
 }
 
 void DecapAgent::leaseLost(std::string const& holder) {
-  say("lost the lease " + std::string(DbLink::kAgentLease) + " to " + holder +
-      "; writing nothing more");
+  say(Priority::warning, "lost the lease " + std::string(DbLink::kAgentLease) + " to " + holder +
+                             "; writing nothing more");
   stopWrapper();
   logs_.clear();  // the new holder's outputs are not this agent's to log about
   logsSent_.clear();

@@ -21,8 +21,10 @@
 #include "agent/Lease.h"
 #include "agent/OutputTracker.h"
 #include "agent/Recorder.h"
+#include "agent/ServiceNotifier.h"
 #include "agent/StandInSocket.h"
 #include "agent/StateSnapshot.h"
+#include "agent/StderrLog.h"
 #include "dblink/RedisConnection.h"
 #include "dblink/WriteBatch.h"
 #include "host/AgentHarness.h"
@@ -81,6 +83,10 @@ struct NotificationBatch {
 // A lost connection, a write the server refused, a FLUSHDB and a change of the server's
 // configuration by another client (notifications may have been off meanwhile) all go back to
 // connecting, with backoff: reading everything again is what repairs each of them.
+// A server that refuses the database asked for (--db) stops the agent with the usage exit code:
+// it never runs on another database. The service manager hears that the agent is ready once
+// it is settled (running with its first synchronisation written, standing by, or blocked),
+// what it is doing, and that it stops when the orderly stop begins.
 //
 // Invariants: a notification is applied only after every notification received before it;
 // outputs are written in the order their changes were applied; every write transaction is
@@ -93,7 +99,7 @@ struct NotificationBatch {
 // DecapAgentState.cpp.
 class DecapAgent {
  public:
-  DecapAgent(AgentCommandLine config, std::optional<Credentials> credentials);
+  DecapAgent(AgentCommandLine config, std::optional<Credentials> credentials, StderrLog log);
   ~DecapAgent();
   DecapAgent(DecapAgent const&) = delete;
   DecapAgent& operator=(DecapAgent const&) = delete;
@@ -114,6 +120,7 @@ class DecapAgent {
   void connect();
   void connectionUp();
   void connectionReady();
+  void selectDatabase();
   // Goes back to connecting: `note` is said once per change of what is said.
   void startOver(std::string const& note);
   void connectionLost(std::string const& why);
@@ -136,6 +143,8 @@ class DecapAgent {
   // Synchronisation.
   void synchronise();
   void onSnapshot(StateSnapshot&& found);
+  // Tells the service manager that the agent is ready once what is sent so far is written.
+  void readyOnceWritten();
   void startWrapper(StateSnapshot const& found);
   void block(std::string const& why);
   void stopWrapper();
@@ -183,17 +192,22 @@ class DecapAgent {
   // After a lost connection: the log entries of unanswered transactions go out again.
   void resendLogs();
 
-  void say(std::string const& line) const;
+  using Priority = LogPriority;
+  void say(Priority priority, std::string const& line) const;
   // The library's structured log messages: to stderr, and queued for the log stream.
   void logMessage(Cog::LogMessage const& message, std::vector<std::string> const& args,
                   std::string const& formatted);
 
   AgentCommandLine const config_;
   std::optional<Credentials> const credentials_;
+  StderrLog const log_;
   Loom::Ptr<Orb::TaskSchedulerRoot> const scheduler_;
   Lease const lease_;
+  ServiceNotifier notifier_;
   State state_ = State::connecting;
   bool stopping_ = false;
+  // What run() returns: 0, or the usage code once the server refused the database.
+  int exitCode_ = 0;
   // The connections of the current attempt; replaced after a loss.
   std::unique_ptr<DbLink::RedisConnection> commands_;
   std::unique_ptr<DbLink::RedisConnection> notifications_;

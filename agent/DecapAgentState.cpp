@@ -80,12 +80,14 @@ void DecapAgent::onSnapshot(StateSnapshot&& found) {
     return std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(d).count());
   };
   if (!refusing_) {  // while the server refuses writes, the refusal was said once
-    say(std::string(first ? "started" : "resynchronised") + " over " + std::to_string(inputKeys) +
-        " input keys and " + std::to_string(outputKeys) + " output keys, writing " +
-        std::to_string(written) + " that differ (read " + ms(read - syncStarted_) + " ms, " +
-        (first ? "start-up " : "catch-up ") + ms(applied - read) + " ms, comparison " +
-        ms(Clock::now() - applied) + " ms)");
+    say(Priority::notice,
+        std::string(first ? "started" : "resynchronised") + " over " + std::to_string(inputKeys) +
+            " input keys and " + std::to_string(outputKeys) + " output keys, writing " +
+            std::to_string(written) + " that differ (read " + ms(read - syncStarted_) + " ms, " +
+            (first ? "start-up " : "catch-up ") + ms(applied - read) + " ms, comparison " +
+            ms(Clock::now() - applied) + " ms)");
   }
+  readyOnceWritten();
   scheduleBatch();
 }
 
@@ -100,9 +102,10 @@ void DecapAgent::block(std::string const& why) {
   std::string const reason = "the agent is blocked: the library raised while starting (" + why +
                              "); it starts again when an input changes";
   if (blockedBy_ != why) {
-    say(reason);
+    say(Priority::error, reason);
     blockedBy_ = why;
   }
+  notifier_.ready(reason);
   if (!standIn_) {
     standIn_ = std::make_unique<StandInSocket>(config_.socketDir, reason);
   } else {
@@ -122,7 +125,7 @@ std::vector<Host::InputChange> DecapAgent::decodeInputs(StateSnapshot const& fou
   std::unordered_set<Host::InputTable> attributesFound;
   auto const take = [&](std::string const& key, DbLink::InputDecoding&& decoding) {
     if (!decoding.problem.empty()) {
-      say("bad input: " + decoding.problem);
+      say(Priority::warning, "bad input: " + decoding.problem);
       badInputs_[key] = decoding.problem;
     }
     for (auto& op : decoding.changes) {
@@ -155,9 +158,9 @@ void DecapAgent::startWrapper(StateSnapshot const& found) {
   if (config_.record) {
     // Each start of the wrapper records from its own start state.
     try {
-      recorder_ = std::make_unique<Recorder>(*config_.record);
+      recorder_ = std::make_unique<Recorder>(*config_.record, log_);
     } catch (std::system_error const& e) {
-      say(std::string(e.what()) + "; going on without a recording");
+      say(Priority::warning, std::string(e.what()) + "; going on without a recording");
     }
   }
   Host::AgentSettings settings;
@@ -188,7 +191,7 @@ void DecapAgent::startWrapper(StateSnapshot const& found) {
     }
   }
   for (auto const& problem : Host::loadOutputRows(*harness_, found.outputs)) {
-    say("output left out: " + problem);
+    say(Priority::warning, "output left out: " + problem);
   }
   if (found.agentStatus) {
     for (auto const& [field, value] : *found.agentStatus) {
@@ -216,7 +219,7 @@ void DecapAgent::startWrapper(StateSnapshot const& found) {
   harness_->start();
   harness_->batchDone();
   for (auto const& problem : harness_->takeChipProblems()) {
-    say("chip entry left out: " + problem);
+    say(Priority::warning, "chip entry left out: " + problem);
   }
   tracker_ = std::make_unique<OutputTracker>(*harness_);
   blockedBy_.clear();
@@ -321,7 +324,7 @@ void DecapAgent::applyKey(std::string const& key, Fields const* fields, std::str
   // A key that names no element and is gone again leaves nothing to say.
   bool const goneGarbage = fields == nullptr && error.empty() && decoding.changes.empty();
   if (!decoding.problem.empty() && !goneGarbage) {
-    say("bad input: " + decoding.problem);
+    say(Priority::warning, "bad input: " + decoding.problem);
   }
   inputProblemIs(key, goneGarbage ? std::string() : decoding.problem);
   for (auto const& op : decoding.changes) {
@@ -375,7 +378,7 @@ void DecapAgent::forgetOwnWrites() {
 void DecapAgent::libraryError(std::string const& key, std::string const& what) {
   ++errors_;
   lastError_ = key + ": " + what;
-  say("the library raised while applying " + key + ": " + what);
+  say(Priority::error, "the library raised while applying " + key + ": " + what);
 }
 
 // ---- Writes ----
@@ -518,8 +521,9 @@ void DecapAgent::appendAgentStatus(DbLink::WriteBatch& batch) {
 
 void DecapAgent::appendLogs(DbLink::WriteBatch& batch) {
   if (logsDropped_ > 0) {
-    say(std::to_string(logsDropped_) + " log messages were not written to " +
-        std::string(DbLink::kLogStream) + " (more queued than it could take)");
+    say(Priority::warning, std::to_string(logsDropped_) + " log messages were not written to " +
+                               std::string(DbLink::kLogStream) +
+                               " (more queued than it could take)");
     logsDropped_ = 0;
   }
   for (auto const& [id, args] : logs_) {
@@ -566,8 +570,8 @@ void DecapAgent::written(std::uint64_t transaction) {
   backoff_ = kFirstBackoff;
   if (refusing_) {
     refusing_ = false;
-    say("the state database accepts writes again (" + std::to_string(refusedWrites_) +
-        " refused so far)");
+    say(Priority::notice, "the state database accepts writes again (" +
+                              std::to_string(refusedWrites_) + " refused so far)");
   }
   bool acknowledged = false;
   while (!tokensToAcknowledge_.empty() && tokensToAcknowledge_.front().first <= transaction) {
@@ -586,8 +590,8 @@ void DecapAgent::writeRefused(std::string const& why) {
   ++refusedWrites_;
   lastRefusal_ = why;
   if (!refusing_) {
-    say("the state database refused a write (" + why +
-        "); writing again from what it holds, with backoff");
+    say(Priority::error, "the state database refused a write (" + why +
+                             "); writing again from what it holds, with backoff");
     refusing_ = true;
   }
   startOver(connectionNote_);

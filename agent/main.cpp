@@ -13,6 +13,7 @@
 #include "VplsDecapVersion.h"
 #include "agent/AgentCommandLine.h"
 #include "agent/DecapAgent.h"
+#include "agent/StderrLog.h"
 #include "host/TraceOptions.h"
 #include "host/UsageError.h"
 
@@ -46,11 +47,14 @@ void installSignalHandlers() {
 }  // namespace
 
 int main(int argc, char** argv) {
+  using VplsAgent::LogPriority;
+  auto const log = VplsAgent::StderrLog::forStderr(kProgram);
   VplsAgent::AgentCommandLine line;
   try {
     line = VplsAgent::parseAgentCommandLine(std::vector<std::string>(argv + 1, argv + argc));
   } catch (Host::UsageError const& e) {
-    std::cerr << kProgram << ": " << e.what() << "\n" << VplsAgent::agentUsage();
+    log.say(LogPriority::error, e.what());
+    log.write(LogPriority::info, VplsAgent::agentUsage());
     return kExitUsage;
   }
   if (line.help) {
@@ -64,7 +68,7 @@ int main(int argc, char** argv) {
   try {
     Host::applyTraceOptions(line.flashlog, line.traceFile, line.traceLevel);
   } catch (std::exception const& e) {
-    std::cerr << kProgram << ": " << e.what() << "\n";
+    log.say(LogPriority::error, e.what());
     return kExitUsage;
   }
 
@@ -73,21 +77,21 @@ int main(int argc, char** argv) {
     try {
       credentials = VplsAgent::readCredentials(line.redisUser, *line.passwordFile);
     } catch (VplsAgent::CredentialsError const& e) {
-      std::cerr << kProgram << ": " << e.what() << "\n";
+      log.say(LogPriority::error, e.what());
       return kExitUsage;
     }
   }
 
   installSignalHandlers();
   try {
-    VplsAgent::DecapAgent agent(line, std::move(credentials));
+    VplsAgent::DecapAgent agent(line, std::move(credentials), log);
     runningAgent.store(&agent);
     int const code = agent.run();
     runningAgent.store(nullptr);
     return code;
   } catch (std::exception const& e) {
     runningAgent.store(nullptr);
-    std::cerr << kProgram << ": " << e.what() << "\n";
+    log.say(LogPriority::error, e.what());
     return kExitFailed;
   }
 }
