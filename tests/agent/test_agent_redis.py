@@ -9,6 +9,7 @@ Needs $VPLS_DECAP_AGENT and $VPLS_DECAP_SIM (CTest sets them) and Debian's pytho
 import json
 import os
 import pathlib
+import shutil
 import signal
 import socket
 import subprocess
@@ -327,6 +328,139 @@ class Recording(AgentCase):
         self.assertEqual(run.returncode, 0, run.stderr)
         self.assertIn("incomplete", run.stderr)
         self.assertEqual(json.loads(run.stdout), runner_states(shorter)[-1]["state"])
+
+
+class Service(AgentCase):
+    """The agent as systemd runs it: readiness, watchdog and stop through $NOTIFY_SOCKET, log
+    priorities when stderr is the journal, a database the server does not have, the unit."""
+
+    def scenario_states(self, ops):
+        path = pathlib.Path(self.dir.name) / "scenario.json"
+        path.write_text(json.dumps({"before": ops}))
+        return runner_states(path)
+
+    def test_ready_once_the_start_up_is_written_then_the_watchdog_until_stopping(self):
+        notify = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.addCleanup(notify.close)
+        notify.bind(str(pathlib.Path(self.dir.name) / "notify.sock"))
+        notify.settimeout(20)
+        for op in Faults.BEFORE:
+            rig.write_op(self.db, op)
+        expected = rig.expected_rows(self.scenario_states(Faults.BEFORE)[-1]["state"])
+        # Writes wait while the agent reads and starts: a READY=1 sent before its start-up is
+        # written would arrive while the outputs are not there.
+        self.db.execute_command("CLIENT", "PAUSE", "1000", "WRITE")
+        agent = self.agent(env={"NOTIFY_SOCKET": notify.getsockname(), "WATCHDOG_USEC": "200000"})
+
+        def messages():
+            while True:
+                yield notify.recv(4096).decode()
+
+        received = messages()
+        ready = next(m for m in received if "READY=1" in m)
+        self.assertEqual(rig.output_rows(self.db), expected, agent.output())
+        self.assertIn("STATUS=running on the state database", ready)
+        for _ in range(3):  # a receive that times out fails the test
+            next(m for m in received if m == "WATCHDOG=1")
+        agent.process.send_signal(signal.SIGTERM)
+        self.assertTrue(any(m == "STOPPING=1" for m in received))
+        self.assertEqual(agent.stop(), 0)
+
+    def test_lines_carry_their_priority_only_when_stderr_is_the_journal(self):
+        example = json.loads((SOURCE / "examples" / "vxlan-regimes.json").read_text())
+        # JOURNAL_STREAM naming stderr's file (as "device:inode"), or another file.
+        for names_stderr, starting, bad, library in (
+                (True, "<6>starting;", "<4>bad input: VPLS_DECAP_LABEL|Pseudowire9",
+                 "<3>MARL_VPLS_SPLIT_HORIZON_REDUCED_WITH_VXLAN: "),
+                (False, "vpls-decap-agent: starting;",
+                 "vpls-decap-agent: bad input: VPLS_DECAP_LABEL|Pseudowire9",
+                 "MARL_VPLS_SPLIT_HORIZON_REDUCED_WITH_VXLAN: ")):
+            with self.subTest(names_stderr=names_stderr):
+                self.prepare()
+                log = pathlib.Path(self.dir.name) / "agent.log"
+                log.touch()
+                status = log.stat()
+                stream = f"{status.st_dev}:{status.st_ino + (0 if names_stderr else 1)}"
+                for op in example["before"]:
+                    rig.write_op(self.db, op)
+                agent = self.agent(env={"JOURNAL_STREAM": stream})
+                rig.write_op(self.db, example["events"][0])  # VXLAN: the library logs
+                self.db.hset("VPLS_DECAP_LABEL|Pseudowire9", "label", "abc")
+                rig.barrier(self.db, "logged")
+                self.assertEqual(agent.stop(), 0)
+                lines = agent.output().splitlines()
+                for expected in (starting, bad, library):
+                    self.assertTrue(any(line.startswith(expected) for line in lines),
+                                    f"no line starts with {expected!r}:\n{agent.output()}")
+                prefixed = [line.startswith("<") for line in lines]
+                self.assertEqual(prefixed, [names_stderr] * len(lines), agent.output())
+
+        # A usage error in the journal: the error, then the usage text, every line prefixed.
+        with open(log, "w") as stderr:
+            status = os.fstat(stderr.fileno())
+            usage = subprocess.run(
+                [os.environ["VPLS_DECAP_AGENT"], "--color"], stderr=stderr, timeout=30,
+                env={**os.environ, "JOURNAL_STREAM": f"{status.st_dev}:{status.st_ino}"})
+        self.assertEqual(usage.returncode, 2)
+        lines = log.read_text().splitlines()
+        self.assertEqual(lines[:2], ["<3>unknown option '--color'", "<6>usage: vpls-decap-agent "
+                                     "--redis URL [--db N] [--socket-dir DIR] [--mesh-groups N]"])
+        self.assertTrue(all(line.startswith("<6>") for line in lines[1:]), lines)
+
+    def test_a_database_the_server_does_not_have_is_a_usage_error(self):
+        for op in Faults.BEFORE:
+            rig.write_op(self.db, op)
+        keys = sorted(self.db.keys())
+        run = subprocess.run([os.environ["VPLS_DECAP_AGENT"], "--redis", self.server.url,
+                              "--db", "99", "--socket-dir", self.dir.name],
+                             capture_output=True, text=True, timeout=10)
+        self.assertEqual(run.returncode, 2, run.stderr)
+        refusals = [line for line in run.stderr.splitlines() if "--db" in line]
+        self.assertEqual(refusals, [f"vpls-decap-agent: --db 99: the state database at "
+                                    f"{self.server.url} refused it (ERR DB index is out of "
+                                    f"range); the server has 16 databases, 0 to 15"])
+        self.assertEqual(sorted(self.db.keys()), keys, "the agent ran on database 0")
+
+    def test_the_unit_verifies(self):
+        analyze = shutil.which("systemd-analyze")
+        if analyze is None:
+            self.skipTest("no systemd-analyze")
+        unit = pathlib.Path(self.dir.name) / "vpls-decap-agent.service"
+        unit.write_text((SOURCE / "packaging" / "vpls-decap-agent.service.in").read_text()
+                        .replace("@BINDIR@", str(pathlib.Path(os.environ["VPLS_DECAP_AGENT"])
+                                                 .parent))
+                        .replace("@DOCDIR@", "/usr/share/doc/vpls-decap")
+                        .replace("@SYSCONFDIR@", "/etc"))
+        run = subprocess.run([analyze, "verify", "--man=no", str(unit)], capture_output=True,
+                             text=True, timeout=60)
+        self.assertEqual((run.returncode, run.stdout + run.stderr), (0, ""))
+        for setting in ("Type=notify", "NotifyAccess=main", "WatchdogSec=", "Restart=on-failure",
+                        "RestartPreventExitStatus=2"):
+            self.assertIn("\n" + setting, unit.read_text())
+
+
+class RecordingKept(AgentCase):
+    def test_a_restart_keeps_the_earlier_recordings(self):
+        record = pathlib.Path(self.dir.name) / "recording.jsonl"
+        changed = 1764045015  # 2025-11-25 04:30:15 UTC, the time the earlier ones last changed
+        kept = []
+        # Each start moves the one before aside; the second one's name is taken by the first.
+        for start, name in enumerate(("recording.jsonl.20251125T043015Z",
+                                      "recording.jsonl.20251125T043015Z.1", None)):
+            rig.write_op(self.db, Faults.BEFORE[start])
+            agent = self.agent(["--record", str(record)])
+            rig.barrier(self.db, f"start {start}")
+            self.assertEqual(agent.stop(), 0)
+            if name:
+                os.utime(record, (changed, changed))
+                kept.append((record.parent / name, record.read_bytes()))
+        for path, content in kept:
+            self.assertEqual(path.read_bytes(), content, path)
+            self.assertIn(f"the earlier recording {record} is kept as {path}", agent.output())
+        self.assertEqual(len(record.read_bytes().splitlines()), 1)  # the third start's header
+        self.assertEqual(sorted(p.name for p in record.parent.glob("recording.jsonl*")),
+                         ["recording.jsonl", "recording.jsonl.20251125T043015Z",
+                          "recording.jsonl.20251125T043015Z.1"])
 
 
 def ask(path, request=b"vplsDecap None None None\n"):
