@@ -362,6 +362,14 @@ class Service(AgentCase):
         self.assertIn("STATUS=running on the state database", ready)
         for _ in range(3):  # a receive that times out fails the test
             next(m for m in received if m == "WATCHDOG=1")
+        # A second agent stands by: settled too, so ready, with the reason as its status.
+        standby_dir = pathlib.Path(self.dir.name) / "standby"
+        standby_dir.mkdir()
+        standby = rig.Agent(os.environ["VPLS_DECAP_AGENT"], self.server.url, standby_dir,
+                            env={"NOTIFY_SOCKET": notify.getsockname()})
+        self.addCleanup(standby.stop, signal.SIGKILL)
+        standby.start()
+        next(m for m in received if m.startswith("READY=1\nSTATUS=standing by: the lease"))
         agent.process.send_signal(signal.SIGTERM)
         self.assertTrue(any(m == "STOPPING=1" for m in received))
         self.assertEqual(agent.stop(), 0)
