@@ -2,7 +2,9 @@
 event by event give, after each event's barrier, exactly the outputs of the scenario runner
 (across agent restarts by SIGTERM and SIGKILL); a settled restart writes no output key; bad
 input is named and treated as absent; a server restart is survived; a recording replays to
-the same outputs.
+the same outputs and a restart keeps the earlier one; as a service, the agent is ready only once
+its start-up is written and feeds the watchdog, its lines carry priorities in the journal, a
+database the server does not have is a usage error, and its unit verifies.
 
 Needs $VPLS_DECAP_AGENT and $VPLS_DECAP_SIM (CTest sets them) and Debian's python3-redis."""
 
@@ -329,6 +331,28 @@ class Recording(AgentCase):
         self.assertIn("incomplete", run.stderr)
         self.assertEqual(json.loads(run.stdout), runner_states(shorter)[-1]["state"])
 
+    def test_a_restart_keeps_the_earlier_recordings(self):
+        record = pathlib.Path(self.dir.name) / "recording.jsonl"
+        changed = 1764045015  # 2025-11-25 04:30:15 UTC, the time the earlier ones last changed
+        kept = []
+        # Each start moves the one before aside; the second one's name is taken by the first.
+        for start, name in enumerate(("recording.jsonl.20251125T043015Z",
+                                      "recording.jsonl.20251125T043015Z.1", None)):
+            rig.write_op(self.db, Faults.BEFORE[start])
+            agent = self.agent(["--record", str(record)])
+            rig.barrier(self.db, f"start {start}")
+            self.assertEqual(agent.stop(), 0)
+            if name:
+                os.utime(record, (changed, changed))
+                kept.append((record.parent / name, record.read_bytes()))
+        for path, content in kept:
+            self.assertEqual(path.read_bytes(), content, path)
+            self.assertIn(f"the earlier recording {record} is kept as {path}", agent.output())
+        self.assertEqual(len(record.read_bytes().splitlines()), 1)  # the third start's header
+        self.assertEqual(sorted(p.name for p in record.parent.glob("recording.jsonl*")),
+                         ["recording.jsonl", "recording.jsonl.20251125T043015Z",
+                          "recording.jsonl.20251125T043015Z.1"])
+
 
 class Service(AgentCase):
     """The agent as systemd runs it: readiness, watchdog and stop through $NOTIFY_SOCKET, log
@@ -445,30 +469,6 @@ class Service(AgentCase):
         for setting in ("Type=notify", "NotifyAccess=main", "WatchdogSec=", "Restart=on-failure",
                         "RestartPreventExitStatus=2"):
             self.assertIn("\n" + setting, unit.read_text())
-
-
-class RecordingKept(AgentCase):
-    def test_a_restart_keeps_the_earlier_recordings(self):
-        record = pathlib.Path(self.dir.name) / "recording.jsonl"
-        changed = 1764045015  # 2025-11-25 04:30:15 UTC, the time the earlier ones last changed
-        kept = []
-        # Each start moves the one before aside; the second one's name is taken by the first.
-        for start, name in enumerate(("recording.jsonl.20251125T043015Z",
-                                      "recording.jsonl.20251125T043015Z.1", None)):
-            rig.write_op(self.db, Faults.BEFORE[start])
-            agent = self.agent(["--record", str(record)])
-            rig.barrier(self.db, f"start {start}")
-            self.assertEqual(agent.stop(), 0)
-            if name:
-                os.utime(record, (changed, changed))
-                kept.append((record.parent / name, record.read_bytes()))
-        for path, content in kept:
-            self.assertEqual(path.read_bytes(), content, path)
-            self.assertIn(f"the earlier recording {record} is kept as {path}", agent.output())
-        self.assertEqual(len(record.read_bytes().splitlines()), 1)  # the third start's header
-        self.assertEqual(sorted(p.name for p in record.parent.glob("recording.jsonl*")),
-                         ["recording.jsonl", "recording.jsonl.20251125T043015Z",
-                          "recording.jsonl.20251125T043015Z.1"])
 
 
 def ask(path, request=b"vplsDecap None None None\n"):
