@@ -113,6 +113,10 @@ class Faults(base.AgentCase):
         write(self.db, self.ops[:self.half])
         rig.barrier(self.db, "half")
         self.assertIn(f"pid {first.process.pid} ", self.db.get("VPLS_AGENT_LEASE"))
+        deadline = time.monotonic() + 30
+        while "standing by" not in second.output():
+            self.assertLess(time.monotonic(), deadline, "the second agent did not stand by")
+            time.sleep(0.05)
         show = subprocess.run([sys.executable, str(SHOW)], capture_output=True, text=True,
                               env={**os.environ, "MARL_SOCKET_DIR": str(second_dir / "sockets")})
         self.assertEqual(show.returncode, 1)
