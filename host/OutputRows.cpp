@@ -1,5 +1,7 @@
 #include "host/OutputRows.h"
 
+#include <algorithm>
+
 #include "host/OutputTable.h"
 
 namespace Host {
@@ -49,8 +51,17 @@ std::vector<std::string> loadOutputRows(AgentHarness& harness, std::vector<State
 
 std::vector<std::string> loadOutputRows(AgentHarness& harness,
                                         std::unordered_map<std::string, Fields> const& rows) {
-  return loadRows(harness, rows, [](auto const& row) {
-    return std::pair<std::string const&, Fields const&>(row.first, row.second);
+  // In key order, as a recording lists them: a request whose answer is left out gets the
+  // allocator's answer, which depends on the order of the requests loaded before it.
+  std::vector<std::unordered_map<std::string, Fields>::value_type const*> sorted;
+  sorted.reserve(rows.size());
+  for (auto const& row : rows) {
+    sorted.push_back(&row);
+  }
+  std::sort(sorted.begin(), sorted.end(),
+            [](auto const* a, auto const* b) { return a->first < b->first; });
+  return loadRows(harness, sorted, [](auto const* row) {
+    return std::pair<std::string const&, Fields const&>(row->first, row->second);
   });
 }
 

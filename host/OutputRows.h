@@ -23,7 +23,8 @@ void forEachOutputRow(AgentHarness const& harness,
 // them are then replaced by the answers found; then the allocator takes its slots back from the
 // requests and answers and continues its count of start-up syncs. A row that does not decode,
 // or belongs to no output table, is left out; the returned lines name each such key and its
-// problem. Rows of tables that are not the agent's outputs are passed over silently.
+// problem. Rows of tables that are not the agent's outputs are passed over silently. The rows
+// are loaded in key order (a map's too), so that the same rows load to the same state.
 std::vector<std::string> loadOutputRows(AgentHarness& harness, std::vector<StateRow> const& rows);
 std::vector<std::string> loadOutputRows(AgentHarness& harness,
                                         std::unordered_map<std::string, Fields> const& rows);
