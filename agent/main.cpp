@@ -4,6 +4,7 @@
 #include <signal.h>
 
 #include <atomic>
+#include <csignal>
 #include <exception>
 #include <iostream>
 #include <optional>
@@ -24,10 +25,12 @@ constexpr int kExitFailed = 1;
 constexpr int kExitUsage = 2;
 constexpr char kProgram[] = "vpls-decap-agent";
 
-// The running agent, for the signal handler.
+// The running agent, for the signal handler; and whether a stop came before it ran.
 std::atomic<VplsAgent::DecapAgent*> runningAgent{nullptr};
+volatile std::sig_atomic_t stopRequested = 0;
 
 extern "C" void onStopSignal(int) {
+  stopRequested = 1;
   if (auto* const agent = runningAgent.load()) {
     agent->stopFromSignal();
   }
@@ -49,6 +52,8 @@ void installSignalHandlers() {
 int main(int argc, char** argv) {
   using VplsAgent::LogPriority;
   auto const log = VplsAgent::StderrLog::forStderr(kProgram);
+  // First, so that a stop at any moment of the start is an orderly one.
+  installSignalHandlers();
   VplsAgent::AgentCommandLine line;
   try {
     line = VplsAgent::parseAgentCommandLine(std::vector<std::string>(argv + 1, argv + argc));
@@ -82,10 +87,12 @@ int main(int argc, char** argv) {
     }
   }
 
-  installSignalHandlers();
   try {
     VplsAgent::DecapAgent agent(line, std::move(credentials), log);
     runningAgent.store(&agent);
+    if (stopRequested != 0) {
+      agent.stopFromSignal();
+    }
     int const code = agent.run();
     runningAgent.store(nullptr);
     return code;
