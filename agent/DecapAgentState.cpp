@@ -61,6 +61,7 @@ void DecapAgent::onSnapshot(StateSnapshot&& found) {
   using Clock = Orb::TaskSchedulerRoot::Clock;
   auto const read = Clock::now();
   bool const first = !harness_;
+  auto const logsBefore = logs_.size();
   try {
     if (first) {
       startWrapper(found);
@@ -68,6 +69,8 @@ void DecapAgent::onSnapshot(StateSnapshot&& found) {
       catchUp(found);
     }
   } catch (std::exception const& e) {
+    // What the failed start logged goes with it: a blocked agent writes no output.
+    logs_.resize(std::min(logs_.size(), logsBefore));
     block(e.what());
     return;
   }
