@@ -487,12 +487,14 @@ void DecapAgent::onForeignWrites(RedisReply const& keys) {
 void DecapAgent::takeLease() {
   leaseTimer_ = 0;
   auto const gen = generation_;
-  lease_.takeOrRenew(*commands_, [this, gen](Lease::Outcome outcome) {
+  auto const sent = Orb::TaskSchedulerRoot::Clock::now();
+  lease_.takeOrRenew(*commands_, [this, gen, sent](Lease::Outcome outcome) {
     if (gen != generation_) {
       return;
     }
     switch (outcome.kind) {
       case Lease::Outcome::Kind::held:
+        leaseRenewed_ = sent;
         if (state_ == State::standingBy) {
           say(Priority::notice, "took over the lease " + std::string(DbLink::kAgentLease));
         }
@@ -543,11 +545,40 @@ void DecapAgent::leaseLost(std::string const& holder) {
   startOver(standingByNote(holder));
 }
 
+void DecapAgent::renewLease(std::function<void()> then) {
+  auto const sent = Orb::TaskSchedulerRoot::Clock::now();
+  auto const gen = generation_;
+  lease_.takeOrRenew(*commands_, [this, gen, sent, then = std::move(then)](Lease::Outcome outcome) {
+    if (gen != generation_) {
+      return;
+    }
+    switch (outcome.kind) {
+      case Lease::Outcome::Kind::held:
+        leaseRenewed_ = sent;
+        then();
+        return;
+      case Lease::Outcome::Kind::heldByOther:
+        leaseLost(outcome.text);
+        return;
+      case Lease::Outcome::Kind::unknown:
+        connectionLost("cannot renew the lease " + std::string(DbLink::kAgentLease) + ": " +
+                       outcome.text);
+        return;
+    }
+  });
+}
+
 void DecapAgent::heartbeat() {
   heartbeatTimer_ = scheduler_->timerIs(kHeartbeat, [this] { heartbeat(); });
   auto const gen = generation_;
-  lease_.takeOrRenew(*commands_, [this, gen](Lease::Outcome outcome) {
-    if (gen == generation_ && outcome.kind == Lease::Outcome::Kind::heldByOther) {
+  auto const sent = Orb::TaskSchedulerRoot::Clock::now();
+  lease_.takeOrRenew(*commands_, [this, gen, sent](Lease::Outcome outcome) {
+    if (gen != generation_) {
+      return;
+    }
+    if (outcome.kind == Lease::Outcome::Kind::held) {
+      leaseRenewed_ = sent;
+    } else if (outcome.kind == Lease::Outcome::Kind::heldByOther) {
       leaseLost(outcome.text);
     }
   });
@@ -625,6 +656,12 @@ void DecapAgent::onRead(std::size_t index, RedisReply&& reply) {
 }
 
 void DecapAgent::batchRead() {
+  // Nothing is applied (or recorded) on a lease that may have lapsed; the batch stays under
+  // way meanwhile, so that no later one overtakes it.
+  if (Orb::TaskSchedulerRoot::Clock::now() - leaseRenewed_ >= Lease::kExpiry) {
+    renewLease([this] { batchRead(); });
+    return;
+  }
   // The next batch's reads go out before this one is applied, so that the server reads while
   // the agent applies, and writes while the agent applies the next batch.
   Batch done = std::move(*batch_);

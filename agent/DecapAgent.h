@@ -88,7 +88,8 @@ struct NotificationBatch {
 // it is settled (running with its first synchronisation written, standing by, or blocked),
 // what it is doing, and that it stops when the orderly stop begins.
 //
-// Invariants: a notification is applied only after every notification received before it;
+// Invariants: a notification is applied only after every notification received before it, and
+// only while the lease was renewed less than its expiry ago;
 // outputs are written in the order their changes were applied; every write transaction is
 // fenced by the lease (agent/Lease.h); a barrier's token is written only after the server
 // has answered every transaction that carries the outputs of the changes notified before it,
@@ -135,6 +136,9 @@ class DecapAgent {
   void standBy(std::string const& holder);
   static std::string standingByNote(std::string const& holder);
   void leaseLost(std::string const& holder);
+  // Renews the lease, then runs `then` if it is still this agent's (a process stopped for
+  // longer than its expiry may have lost it).
+  void renewLease(std::function<void()> then);
   void heartbeat();
   // Checks that no client changed the server's configuration since the notifications were
   // set up; `then` runs when none did (else the agent starts over).
@@ -217,6 +221,8 @@ class DecapAgent {
   Orb::TaskSchedulerRoot::TimerId leaseTimer_ = 0;
   Orb::TaskSchedulerRoot::TimerId heartbeatTimer_ = 0;
   Orb::TaskSchedulerRoot::TimerId restartTimer_ = 0;
+  // When the last take or renewal of the lease that the server confirmed was sent.
+  Orb::TaskSchedulerRoot::Clock::time_point leaseRenewed_;
   std::chrono::milliseconds backoff_;
   // The last line said about the connection, so that each change of state is said once.
   std::string connectionNote_;
