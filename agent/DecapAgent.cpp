@@ -426,11 +426,13 @@ void DecapAgent::onPush(RedisReply&& reply) {
     if (*key != DbLink::kAgentSync && restartTimer_ == 0) {
       restartTimer_ = scheduler_->timerIs(kRestartDelay, [this] {
         restartTimer_ = 0;
-        if (state_ == State::blocked) {
-          say(Priority::notice, "an input changed; starting again");
-          state_ = State::synchronising;
-          synchronise();
-        }
+        withLease([this] {
+          if (state_ == State::blocked) {
+            say(Priority::notice, "an input changed; starting again");
+            state_ = State::synchronising;
+            synchronise();
+          }
+        });
       });
     }
     return;
@@ -545,8 +547,12 @@ void DecapAgent::leaseLost(std::string const& holder) {
   startOver(standingByNote(holder));
 }
 
-void DecapAgent::renewLease(std::function<void()> then) {
+void DecapAgent::withLease(std::function<void()> then) {
   auto const sent = Orb::TaskSchedulerRoot::Clock::now();
+  if (sent - leaseRenewed_ < Lease::kExpiry) {
+    then();
+    return;
+  }
   auto const gen = generation_;
   lease_.takeOrRenew(*commands_, [this, gen, sent, then = std::move(then)](Lease::Outcome outcome) {
     if (gen != generation_) {
@@ -656,19 +662,16 @@ void DecapAgent::onRead(std::size_t index, RedisReply&& reply) {
 }
 
 void DecapAgent::batchRead() {
-  // Nothing is applied (or recorded) on a lease that may have lapsed; the batch stays under
-  // way meanwhile, so that no later one overtakes it.
-  if (Orb::TaskSchedulerRoot::Clock::now() - leaseRenewed_ >= Lease::kExpiry) {
-    renewLease([this] { batchRead(); });
-    return;
-  }
-  // The next batch's reads go out before this one is applied, so that the server reads while
-  // the agent applies, and writes while the agent applies the next batch.
-  Batch done = std::move(*batch_);
-  batch_.reset();
-  nextBatch();
-  applyBatch(done);
-  flush();
+  // The batch stays under way until the lease is known, so that no later one overtakes it.
+  withLease([this] {
+    // The next batch's reads go out before this one is applied, so that the server reads while
+    // the agent applies, and writes while the agent applies the next batch.
+    Batch done = std::move(*batch_);
+    batch_.reset();
+    nextBatch();
+    applyBatch(done);
+    flush();
+  });
 }
 
 void DecapAgent::applyBatch(Batch& batch) {

@@ -136,9 +136,10 @@ class DecapAgent {
   void standBy(std::string const& holder);
   static std::string standingByNote(std::string const& holder);
   void leaseLost(std::string const& holder);
-  // Renews the lease, then runs `then` if it is still this agent's (a process stopped for
-  // longer than its expiry may have lost it).
-  void renewLease(std::function<void()> then);
+  // Runs `then` while the lease is this agent's: at once when it was renewed less than its
+  // expiry ago, else once renewed (a process stopped for longer may have lost it: then never).
+  // Nothing is applied, recorded or started otherwise.
+  void withLease(std::function<void()> then);
   void heartbeat();
   // Checks that no client changed the server's configuration since the notifications were
   // set up; `then` runs when none did (else the agent starts over).
