@@ -137,6 +137,19 @@ def write_op(client, op):
         client.hset(key, mapping=fields)
 
 
+def write_start_state(client, start):
+    """A recording's start state (its first line) into the database: the inputs found, the
+    outputs found and, without clean slate, an HW FEC id response."""
+    pipe = client.pipeline(transaction=False)
+    for op in start.get("before", []):
+        write_op(pipe, op)
+    for key, fields in start.get("outputs", {}).items():
+        pipe.hset(key, mapping=fields)
+    if not start.get("cleanSlate", True):
+        pipe.hset("L2_UCAST_HW_FEC_ID_RESPONSE|1", "hwFecIdResponse", "1")
+    pipe.execute()
+
+
 def barrier(client, token, timeout=60):
     client.hset("VPLS_AGENT_SYNC", "token", token)
     deadline = time.monotonic() + timeout

@@ -141,6 +141,18 @@ class Faults(base.AgentCase):
         rig.barrier(self.db, "back", timeout=5)
         self.assertEqual(self.db.hget("VPLS_AGENT_STATUS", "pid"), str(first.process.pid))
 
+    def test_a_start_answers_the_requests_found_unanswered_as_the_runner_does(self):
+        # Found so (their answers deleted by another client): the allocator answers them in
+        # the order of their keys, as the runner's replay of the recording does.
+        start = {"meshGroups": 1, "before": [{"op": "set", "table": "vxlanPresent", "value": True}],
+                 "outputs": {f"LPO_REQUEST|vpls3|0|{group}|true|{pw}": {"requested": "true"}
+                             for group, pw in (("g2", "Pseudowire21"), ("g3", "Pseudowire10"))}}
+        rig.write_start_state(self.db, start)
+        self.scenario = start
+        agent = self.start()
+        rig.barrier(self.db, "started")
+        self.assertRunnersOutputs(agent, "after the start")
+
     def test_the_status_shows_the_agent_and_the_bad_input(self):
         agent = self.start()
         write(self.db, self.ops)
