@@ -1,8 +1,11 @@
 """Soak of the agent daemon: random configuration changes written into a real redis-server for
-a given time, with settle points, agent kills and stops and server restarts at random moments.
-At every settle point the outputs and log entries in Redis must be what the scenario runner
-computes from the agent's current recording, and the inputs must be those the recording ends
-with. Usage and what it checks: docs/reliability.md, Soak.
+a given time, with settle points, agent kills and stops and server restarts at random moments;
+with --chaos also writes refused, notifications switched off, other clients writing the agent's
+keys, FLUSHDB, a second agent standing by and taking over, SIGSTOP of the active one, and the
+library's own aborts and range errors, each accepted when the runner's replay of the recording
+stops the same way. At every settle point the outputs and log entries in Redis must be what the
+scenario runner computes from the active agent's current recording, and the inputs must be
+those the recording ends with. Usage and what it checks: docs/reliability.md, Soak.
 
 Uses Debian's python3-redis: run it with /usr/bin/python3 (scripts/soak does)."""
 
@@ -28,11 +31,11 @@ PSEUDOWIRES = [f"Pseudowire{n}" for n in range(1, 25)]
 INSTANCES = ("vpls1", "vpls2", "vpls3")
 GROUPS = ("", "g1", "g2", "g3")
 VLANS = range(1, 7)
-# Every fourth pseudowire is "own-label": it has labels of its own (1000 N and 1000 N + 1) and
-# may be standby or leave VLAN 6 untagged, the only VLAN that may be (so that no two of its
-# entries share a key). The others share labels with their neighbours (500 + (N .. N + 2)
-# mod 24), so that labels collide, and have neither a standby nor a VLAN-less entry: any entry
-# (label, none) is of one pseudowire only.
+# Every fourth pseudowire is "own-label": it has labels of its own (1000 N and 1000 N + 1). The
+# others share labels with their neighbours (500 + (N .. N + 2) mod 24), so that labels collide.
+# With the writer's avoidance on, only an own-label pseudowire may be standby or leave a VLAN
+# untagged, VLAN 6 only (so that no two of its entries share a key): any entry (label, none) is
+# of one pseudowire only.
 OWN_LABEL = {pw for n, pw in enumerate(PSEUDOWIRES, 1) if n % 4 == 0}
 UNTAGGED_VLAN = 6
 # The attributes that the agent's wrapper resets at start-up.
@@ -136,8 +139,8 @@ class Writer:
     def config(self, pw):
         return set_op("vplsPwIntfInfo", pw, {
             "vplsInstanceName": self.rng.choice(INSTANCES), "groupName": self.rng.choice(GROUPS),
-            "standby": (pw in OWN_LABEL or not self.avoid) and self.chance(12), "vlanAware": self.chance(30),
-            "splitHorizon": self.chance(80)})
+            "standby": (pw in OWN_LABEL or not self.avoid) and self.chance(12),
+            "vlanAware": self.chance(30), "splitHorizon": self.chance(80)})
 
     def new_label(self, pw, n):
         if pw in OWN_LABEL:
@@ -1043,6 +1046,11 @@ class Soak:
                 next_settle = time.monotonic() + self.rng.uniform(1, 5)
             time.sleep(self.rng.uniform(0, 0.25))
         self.settle()
+        for _ in range(5):  # the settle point after a fault of the library's, if one came last
+            if not self.settle_now:
+                break
+            self.settle_now = False
+            self.settle()
         for slot in (self.other(), self.active):
             if slot.running():
                 slot.wait_running()
