@@ -19,6 +19,8 @@ constexpr std::size_t kMaxPending = 1048576;
 constexpr std::size_t kMaxQueuedLogs = 100000;
 constexpr std::chrono::milliseconds kMaxBackoff{5000};
 constexpr std::chrono::seconds kStopGrace{5};
+// How long a starting over waits for the answers to the transactions it sent.
+constexpr std::chrono::milliseconds kAnswerWait{1000};
 constexpr std::chrono::milliseconds kHeartbeat{1000};
 constexpr std::chrono::milliseconds kStandByRetry{500};
 // A blocked agent starts again this long after an input changes, so that a burst of writes
@@ -257,14 +259,13 @@ void DecapAgent::startOver(std::string const& note) {
   repairs_.clear();
   batchTokens_.clear();
   tokensToAcknowledge_.clear();
-  resendLogs();
-  for (auto* timer : {&leaseTimer_, &heartbeatTimer_, &restartTimer_, &batchTimer_}) {
+  for (auto* timer :
+       {&leaseTimer_, &heartbeatTimer_, &restartTimer_, &batchTimer_, &answerWaitTimer_}) {
     if (*timer != 0) {
       scheduler_->timerDel(*timer);
       *timer = 0;
     }
   }
-  commands_->close();
   notifications_->close();
   if (note != connectionNote_ &&
       !(connectionNote_.starts_with("waiting") && note.starts_with("waiting"))) {
@@ -272,6 +273,33 @@ void DecapAgent::startOver(std::string const& note) {
   }
   connectionNote_ = note;
   notifier_.status(note);
+  closeThenRetry();
+}
+
+void DecapAgent::closeThenRetry() {
+  if (commands_->state() != DbLink::RedisConnection::State::connected || logsSent_.empty()) {
+    closedThenRetry();
+    return;
+  }
+  // The server answers a connection's commands in order: once this PING is answered, so is
+  // every transaction sent before it, and logsWritten() has taken out those that ran.
+  auto const gen = generation_;
+  commands_->command({"PING"}, [this, gen](RedisReply&&) {
+    if (gen == generation_ && answerWaitTimer_ != 0) {
+      scheduler_->timerDel(answerWaitTimer_);
+      answerWaitTimer_ = 0;
+      closedThenRetry();
+    }
+  });
+  answerWaitTimer_ = scheduler_->timerIs(kAnswerWait, [this] {
+    answerWaitTimer_ = 0;
+    closedThenRetry();
+  });
+}
+
+void DecapAgent::closedThenRetry() {
+  commands_->close();
+  resendLogs();
   retryLater();
 }
 

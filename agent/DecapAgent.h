@@ -194,8 +194,16 @@ class DecapAgent {
   void writeRefused(std::string const& why);
   // The token is acknowledged once the transactions up to `transaction` are answered.
   void acknowledgeAfter(std::uint64_t transaction, std::string token);
+  // The log entries of a transaction that ran are in the stream; forgotten, whichever
+  // connection it was sent on.
+  void logsWritten(std::uint64_t generation, std::uint64_t transaction);
   // After a lost connection: the log entries of unanswered transactions go out again.
   void resendLogs();
+  // Closes the command connection and reconnects later; while transactions with log entries
+  // wait for their answers on a connection still up, only once they are answered (or after
+  // kAnswerWait), so that the entries of those that ran are not written twice.
+  void closeThenRetry();
+  void closedThenRetry();
 
   using Priority = LogPriority;
   void say(Priority priority, std::string const& line) const;
@@ -222,6 +230,8 @@ class DecapAgent {
   Orb::TaskSchedulerRoot::TimerId leaseTimer_ = 0;
   Orb::TaskSchedulerRoot::TimerId heartbeatTimer_ = 0;
   Orb::TaskSchedulerRoot::TimerId restartTimer_ = 0;
+  // While a starting over waits for the answers of the connection it closes.
+  Orb::TaskSchedulerRoot::TimerId answerWaitTimer_ = 0;
   // When the last take or renewal of the lease that the server confirmed was sent.
   Orb::TaskSchedulerRoot::Clock::time_point leaseRenewed_;
   std::chrono::milliseconds backoff_;
@@ -284,8 +294,14 @@ class DecapAgent {
   // Structured log messages not yet written to the log stream.
   std::deque<std::pair<std::string, std::string>> logs_;
   std::uint64_t logsDropped_ = 0;
-  // The log entries of each transaction sent and not yet answered, oldest first.
-  std::deque<std::vector<std::pair<std::string, std::string>>> logsSent_;
+  // The log entries of each transaction sent and not yet answered, oldest first, with the
+  // generation and number of their transaction.
+  struct SentLogs {
+    std::uint64_t generation = 0;
+    std::uint64_t transaction = 0;
+    std::vector<std::pair<std::string, std::string>> entries;
+  };
+  std::deque<SentLogs> logsSent_;
 };
 
 }  // namespace VplsAgent

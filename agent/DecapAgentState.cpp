@@ -534,8 +534,10 @@ void DecapAgent::appendLogs(DbLink::WriteBatch& batch) {
                    "id", id, "args", args});
   }
   // Kept until the transaction is answered: a connection lost before then writes them again.
-  logsSent_.emplace_back(std::make_move_iterator(logs_.begin()),
-                         std::make_move_iterator(logs_.end()));
+  logsSent_.push_back(SentLogs{.generation = generation_,
+                               .transaction = 0,
+                               .entries = {std::make_move_iterator(logs_.begin()),
+                                           std::make_move_iterator(logs_.end())}});
   logs_.clear();
 }
 
@@ -546,10 +548,14 @@ std::uint64_t DecapAgent::send(DbLink::WriteBatch& batch) {
   }
   auto const gen = generation_;
   auto const transaction = ++transactionsSent_;
+  logsSent_.back().transaction = transaction;
   std::string fence;
   lease_.appendFence(fence);
   batch.send(*commands_, fence, Lease::kFenceReplies,
              [this, gen, transaction](DbLink::WriteBatch::Result&& result) {
+               if (result.ran) {
+                 logsWritten(gen, transaction);
+               }
                if (gen != generation_) {
                  return;
                }
@@ -569,7 +575,6 @@ std::uint64_t DecapAgent::send(DbLink::WriteBatch& batch) {
 
 void DecapAgent::written(std::uint64_t transaction) {
   transactionsAnswered_ = transaction;
-  logsSent_.pop_front();
   backoff_ = kFirstBackoff;
   if (refusing_) {
     refusing_ = false;
@@ -609,10 +614,19 @@ void DecapAgent::acknowledgeAfter(std::uint64_t transaction, std::string token) 
   }
 }
 
+void DecapAgent::logsWritten(std::uint64_t generation, std::uint64_t transaction) {
+  auto const sent = std::ranges::find_if(logsSent_, [&](SentLogs const& logs) {
+    return logs.generation == generation && logs.transaction == transaction;
+  });
+  if (sent != logsSent_.end()) {
+    logsSent_.erase(sent);
+  }
+}
+
 void DecapAgent::resendLogs() {
   for (auto batch = logsSent_.rbegin(); batch != logsSent_.rend(); ++batch) {
-    logs_.insert(logs_.begin(), std::make_move_iterator(batch->begin()),
-                 std::make_move_iterator(batch->end()));
+    logs_.insert(logs_.begin(), std::make_move_iterator(batch->entries.begin()),
+                 std::make_move_iterator(batch->entries.end()));
   }
   logsSent_.clear();
 }

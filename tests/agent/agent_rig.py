@@ -169,8 +169,12 @@ def output_rows(client):
 
 
 def logs(client):
-    return [{"id": fields["id"], "args": json.loads(fields["args"])}
-            for _, fields in client.xrange("VPLS_LOG")]
+    return log_entries(client.xrange("VPLS_LOG"))
+
+
+def log_entries(stream):
+    """Log stream entries (XRANGE's answer) as the runner's JSON state has them."""
+    return [{"id": fields["id"], "args": json.loads(fields["args"])} for _, fields in stream]
 
 
 def expected_rows(state):

@@ -277,6 +277,8 @@ STARTED = SAID + "started over "
 STANDING_BY = SAID + "standing by: "
 LOST_LEASE = SAID + "lost the lease "
 STARTUP_ERROR = "start-up: "
+# A status whose heartbeat is older was not written by the agent in the last second or so.
+HEARTBEAT_FRESH_MS = 2500
 
 
 class Replay:
@@ -382,11 +384,8 @@ class AgentSlot:
             return log.read().decode(errors="replace").splitlines()
 
     def raised(self):
-        """The library errors said since the library last started: (key, text) each."""
-        lines = self.lines()
-        started = max((i for i, line in enumerate(lines) if line.startswith(STARTED)),
-                      default=-1)
-        return [tuple(line[len(RAISED_WHILE):].split(": ", 1)) for line in lines[started + 1:]
+        """The library errors the process said: (key, text) each."""
+        return [tuple(line[len(RAISED_WHILE):].split(": ", 1)) for line in self.lines()
                 if line.startswith(RAISED_WHILE)]
 
     def recording_lines(self, offset):
@@ -592,24 +591,23 @@ class Soak:
                                                         else ""))
 
     def range_error_problem(self, slot, replay, last_error=None):
-        """What is wrong with a range error of the runner's replay, if anything: the agent's
-        first library error since the library started must be on the change the runner
-        stopped on, with the same text, and its lastError is its last."""
+        """What is wrong with a range error of the runner's replay, if anything: the agent must
+        have said that the library raised on the change the runner stopped on, with the same
+        text, and its lastError (when read) is the last error it said, with that text."""
         op = json.loads(slot.recording.read_text().splitlines()[replay.event + 1])
         key = rig.op_row(op)[0]
         raised = slot.raised()
-        if not raised:
+        if (key, replay.error) not in raised:
             return f"the runner raised on {key} ({replay.error}); the agent said no such error"
-        if raised[0] != (key, replay.error):
-            return (f"the runner raised on {key} ({replay.error}); the agent first on "
-                    f"{': '.join(raised[0])}")
-        if last_error is not None and last_error != ": ".join(raised[-1]):
-            return f"lastError is {last_error!r}, not the last error said ({': '.join(raised[-1])})"
+        last = ": ".join(raised[-1])
+        if last_error is not None and (last_error != last or
+                                       not last_error.endswith(": " + replay.error)):
+            return f"lastError is {last_error!r}; the runner's error: {replay.error}"
         return None
 
     def keep_accepted(self, kind, slot):
-        """With --keep, the recording of an accepted fault of the library's (it may be written
-        over: a blocked agent's next start records again)."""
+        """Counts an accepted fault of the library's and, with --keep, keeps its recording
+        (`aborts-001.jsonl`, ...: a blocked agent's next start writes its own over it)."""
         self.count[kind] += 1
         if self.args.keep and slot.recording and slot.recording.exists():
             name = f"{kind.replace(' ', '-')}-{self.count[kind]:03d}.jsonl"
@@ -886,6 +884,8 @@ class Soak:
         if status.get("state") != "blocked" or status.get("pid") not in {
                 str(s.pid) for s in self.slots if s.running()}:
             return False
+        if time.time() * 1000 - int(status.get("heartbeat") or 0) > HEARTBEAT_FRESH_MS:
+            return False  # written before the server refused writes: the agent may run by now
         problem = self.follow(status)
         error = status.get("lastError", "")
         replay = Replay(self.sim, self.active.recording)
@@ -930,7 +930,10 @@ class Soak:
         self.since = []
         actual = {"outputs": redis_rows(self.db, rig.OUTPUT_TABLES),
                   "logs": self.log_flushed + log_entries(self.db, self.log_start),
-                  "inputs": redis_inputs(self.db), "status": status}
+                  "inputs": redis_inputs(self.db), "status": status,
+                  "log stream": {"since": self.log_start, "removed by FLUSHDB":
+                                 len(self.log_flushed), "runner's entries passed": self.log_skip,
+                                 "agents before": [r and r.name for r in self.handed_over]}}
         if problem is None and replay.raised and replay.event is not None:
             problem = self.range_error_problem(slot, replay, status.get("lastError"))
             if problem is None:
@@ -947,7 +950,7 @@ class Soak:
             if not problem:
                 self.writer.avoid = self.avoid
         if problem:
-            actual["logs"] = [e for _, e in actual["logs"]]
+            actual["logs"] = [{"stream id": i, **e} for i, e in actual["logs"]]
             self.problem(where, problem, slot, actual)
 
     def compare(self, state, actual):
