@@ -141,9 +141,9 @@ std::vector<Host::InputChange> DecapAgent::decodeInputs(StateSnapshot const& fou
   };
   badInputs_.clear();  // what is found now; the comparison with the keys found writes it
   badInputsChanged_.clear();
-  for (auto const& [key, fields] : found.inputs) {
-    take(key, DbLink::decodeInput(key, &fields));
-  }
+  found.inputs.forEachInKeyOrder([&take](std::string_view key, Fields const& fields) {
+    take(std::string(key), DbLink::decodeInput(key, &fields));
+  });
   for (auto const& [key, error] : found.wrongTypeInputs) {
     take(key, DbLink::decodeWrongType(key, "value of another type"));
   }
@@ -193,7 +193,10 @@ void DecapAgent::startWrapper(StateSnapshot const& found) {
       }
     }
   }
-  for (auto const& problem : Host::loadOutputRows(*harness_, found.outputs)) {
+  auto const outputsFound = [&found](Host::RowVisit const& visit, Host::KeyWanted const& wanted) {
+    found.outputs.forEachInKeyOrder(visit, wanted);
+  };
+  for (auto const& problem : Host::loadOutputRows(*harness_, outputsFound)) {
     say(Priority::warning, "output left out: " + problem);
   }
   if (found.agentStatus) {
@@ -212,11 +215,9 @@ void DecapAgent::startWrapper(StateSnapshot const& found) {
     }
   }
   if (recorder_) {
-    for (auto const& [key, fields] : found.outputs) {
-      scenario.outputs.push_back(Host::StateRow{key, fields});
-    }
-    std::sort(scenario.outputs.begin(), scenario.outputs.end(),
-              [](auto const& a, auto const& b) { return a.key < b.key; });
+    found.outputs.forEachInKeyOrder([&scenario](std::string_view key, Fields const& fields) {
+      scenario.outputs.push_back(Host::StateRow{std::string(key), fields});
+    });
     recorder_->start(scenario);
   }
   harness_->start();
@@ -269,19 +270,13 @@ std::size_t DecapAgent::writeDifferences(StateSnapshot& found) {
                                             found.wrongTypeOutputs.end());
   // What memory has is taken out of what was found; what stays there is gone from memory.
   Host::forEachOutputRow(*harness_, [&](std::string&& key, Fields&& fields) {
-    auto const held = found.outputs.find(key);
-    bool const present = held != found.outputs.end();
-    bool const otherType = wrongType.erase(key) > 0;
-    if (!present || !DbLink::sameFields(held->second, fields)) {
-      batch.hset(key, fields, present || otherType);
-    }
-    if (present) {
-      found.outputs.erase(held);
+    auto const held = found.outputs.take(key, fields);
+    bool const otherType = !wrongType.empty() && wrongType.erase(key) > 0;
+    if (held != FoundRows::Found::same) {
+      batch.hset(key, fields, held == FoundRows::Found::different || otherType);
     }
   });
-  for (auto const& [key, fields] : found.outputs) {
-    batch.del(key);
-  }
+  found.outputs.forEachLeft([&batch](std::string_view key) { batch.del(std::string(key)); });
   for (auto const& key : wrongType) {
     batch.del(key);
   }
@@ -534,10 +529,10 @@ void DecapAgent::appendLogs(DbLink::WriteBatch& batch) {
                    "id", id, "args", args});
   }
   // Kept until the transaction is answered: a connection lost before then writes them again.
-  logsSent_.push_back(SentLogs{.generation = generation_,
-                               .transaction = 0,
-                               .entries = {std::make_move_iterator(logs_.begin()),
-                                           std::make_move_iterator(logs_.end())}});
+  logsSent_.push_back(SentLogs{
+      .generation = generation_,
+      .transaction = 0,
+      .entries = {std::make_move_iterator(logs_.begin()), std::make_move_iterator(logs_.end())}});
   logs_.clear();
 }
 

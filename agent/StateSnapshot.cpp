@@ -11,15 +11,14 @@ struct SnapshotReader::Progress {
   Done done;
   Failed failed;
   StateSnapshot snapshot;
-  std::vector<std::string> keys;
-  std::size_t waiting = 0;
+  // HGETALL blocks sent and not yet answered in full; whether the SCAN has ended.
+  std::size_t blocksWaiting = 0;
+  bool scanned = false;
 };
 
 namespace {
 
 constexpr char kScanBatch[] = "10000";
-
-void readKeys(std::shared_ptr<SnapshotReader::Progress> const& progress);
 
 void onKey(SnapshotReader::Progress& p, std::string const& key, RedisReply&& reply) {
   auto const table = DbLink::tableOf(key);
@@ -29,7 +28,7 @@ void onKey(SnapshotReader::Progress& p, std::string const& key, RedisReply&& rep
     if (wrongType) {
       s.wrongTypeInputs.emplace_back(key, reply.text);
     } else if (!reply.elements.empty()) {
-      s.inputs.emplace_back(key, fieldsOf(std::move(reply)));
+      s.inputs.add(key, reply.elements);
     }
   } else if (*table == DbLink::kPwStatus) {
     auto const segments = DbLink::splitKey(key);
@@ -44,7 +43,7 @@ void onKey(SnapshotReader::Progress& p, std::string const& key, RedisReply&& rep
     if (wrongType) {
       s.wrongTypeOutputs.push_back(key);
     } else if (!reply.elements.empty()) {
-      s.outputs.emplace(key, fieldsOf(std::move(reply)));
+      s.outputs.add(key, reply.elements);
     }
   } else if (*table == DbLink::kBadInput) {
     s.badInputs.emplace(key, wrongType ? DbLink::Fields{} : fieldsOf(std::move(reply)));
@@ -59,46 +58,64 @@ void onKey(SnapshotReader::Progress& p, std::string const& key, RedisReply&& rep
   }
 }
 
+template <class Rows, class Key>
+void sortUnique(Rows& rows, Key const& key) {
+  std::stable_sort(rows.begin(), rows.end(),
+                   [&](auto const& a, auto const& b) { return key(a) < key(b); });
+  rows.erase(std::unique(rows.begin(), rows.end(),
+                         [&](auto const& a, auto const& b) { return key(a) == key(b); }),
+             rows.end());
+}
+
 void finish(SnapshotReader::Progress& p) {
-  auto& inputs = p.snapshot.inputs;
-  std::sort(inputs.begin(), inputs.end());
-  std::sort(p.snapshot.wrongTypeInputs.begin(), p.snapshot.wrongTypeInputs.end());
+  // SCAN may return a key twice; its first answer is kept.
+  auto& s = p.snapshot;
+  sortUnique(s.wrongTypeInputs, [](auto const& row) -> std::string const& { return row.first; });
+  sortUnique(s.wrongTypeOutputs, [](std::string const& key) -> std::string const& { return key; });
   auto done = std::move(p.done);
   done(std::move(p.snapshot));
 }
 
-void readKeys(std::shared_ptr<SnapshotReader::Progress> const& progress) {
-  auto& p = *progress;
-  p.waiting = p.keys.size();
-  if (p.waiting == 0) {
-    finish(p);
+// Reads the keys of one SCAN answer: one HGETALL each, sent as one block with one handler.
+void readKeys(std::shared_ptr<SnapshotReader::Progress> const& progress,
+              std::vector<std::string>&& keys) {
+  if (keys.empty()) {
     return;
   }
-  std::weak_ptr<SnapshotReader::Progress> const weak = progress;
-  for (std::size_t i = 0; i < p.keys.size(); ++i) {
-    p.connection.command({"HGETALL", p.keys[i]}, [weak, i](RedisReply&& reply) {
-      auto const progress = weak.lock();
-      if (!progress || reply.text.starts_with("connection lost") || !progress->failed) {
-        return;
-      }
-      if (reply.isError() && !reply.text.starts_with("WRONGTYPE")) {
-        auto failed = std::move(progress->failed);
-        failed("HGETALL answered " + reply.text);
-        return;
-      }
-      onKey(*progress, progress->keys[i], std::move(reply));
-      if (--progress->waiting == 0) {
-        finish(*progress);
-      }
-    });
+  std::string commands;
+  for (auto const& key : keys) {
+    DbLink::appendCommand(commands, {"HGETALL", key});
   }
+  struct Block {
+    std::vector<std::string> keys;
+    std::size_t next = 0;
+  };
+  auto const block = std::make_shared<Block>(Block{std::move(keys), 0});
+  std::weak_ptr<SnapshotReader::Progress> const weak = progress;
+  ++progress->blocksWaiting;
+  progress->connection.formatted(commands, block->keys.size(), [weak, block](RedisReply&& reply) {
+    auto const progress = weak.lock();
+    if (!progress || reply.text.starts_with("connection lost") || !progress->failed) {
+      return;
+    }
+    if (reply.isError() && !reply.text.starts_with("WRONGTYPE")) {
+      auto failed = std::move(progress->failed);
+      failed("HGETALL answered " + reply.text);
+      return;
+    }
+    onKey(*progress, block->keys[block->next], std::move(reply));
+    if (++block->next == block->keys.size() && --progress->blocksWaiting == 0 &&
+        progress->scanned) {
+      finish(*progress);
+    }
+  });
 }
 
 void scan(std::shared_ptr<SnapshotReader::Progress> const& progress, std::string const& cursor) {
   std::weak_ptr<SnapshotReader::Progress> const weak = progress;
   progress->connection.command({"SCAN", cursor, "COUNT", kScanBatch}, [weak](RedisReply&& reply) {
     auto const progress = weak.lock();
-    if (!progress || reply.text.starts_with("connection lost")) {
+    if (!progress || reply.text.starts_with("connection lost") || !progress->failed) {
       return;  // the owner starts over
     }
     if (reply.isError() || reply.elements.size() != 2) {
@@ -107,6 +124,7 @@ void scan(std::shared_ptr<SnapshotReader::Progress> const& progress, std::string
       return;
     }
     auto& p = *progress;
+    std::vector<std::string> keys;
     for (auto& element : reply.elements[1].elements) {
       auto const table = DbLink::tableOf(element.text);
       if (!table) {
@@ -115,17 +133,17 @@ void scan(std::shared_ptr<SnapshotReader::Progress> const& progress, std::string
       if (*table == DbLink::kHwFecIdResponse) {
         p.snapshot.hwFecIdResponses = true;
       } else {
-        p.keys.push_back(std::move(element.text));
+        keys.push_back(std::move(element.text));
       }
     }
     auto const& next = reply.elements[0].text;
-    if (next == "0") {
-      // SCAN may return a key twice.
-      std::sort(p.keys.begin(), p.keys.end());
-      p.keys.erase(std::unique(p.keys.begin(), p.keys.end()), p.keys.end());
-      readKeys(progress);
-    } else {
-      scan(progress, next);
+    p.scanned = next == "0";
+    if (!p.scanned) {
+      scan(progress, next);  // before this answer's reads: the server has it to do meanwhile
+    }
+    readKeys(progress, std::move(keys));
+    if (p.scanned && p.blocksWaiting == 0) {
+      finish(p);
     }
   });
 }
@@ -134,7 +152,7 @@ void scan(std::shared_ptr<SnapshotReader::Progress> const& progress, std::string
 
 SnapshotReader::SnapshotReader(DbLink::RedisConnection& connection, Done done, Failed failed)
     : progress_(std::make_shared<Progress>(
-          Progress{connection, std::move(done), std::move(failed), {}, {}, 0})) {
+          Progress{connection, std::move(done), std::move(failed), {}, 0, false})) {
   scan(progress_, "0");
 }
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Netcore/IntfId.h"
+#include "agent/FoundRows.h"
 #include "dblink/KeyLayout.h"
 #include "dblink/RedisConnection.h"
 
@@ -17,11 +18,11 @@ namespace VplsAgent {
 // after every reconnection.
 struct StateSnapshot {
   // Input keys that hold a hash, and input keys that hold something else (with the server's
-  // answer), each in key order.
-  std::vector<std::pair<std::string, DbLink::Fields>> inputs;
+  // answer, in key order).
+  FoundRows inputs;
   std::vector<std::pair<std::string, std::string>> wrongTypeInputs;
   // Output keys (pseudowire statuses aside) and their hashes; output keys of another type.
-  std::unordered_map<std::string, DbLink::Fields> outputs;
+  FoundRows outputs;
   std::vector<std::string> wrongTypeOutputs;
   // The pseudowire statuses (their hashes), by pseudowire.
   std::unordered_map<Netcore::IntfId, DbLink::Fields> pwStatuses;
@@ -34,10 +35,11 @@ struct StateSnapshot {
   std::optional<DbLink::Fields> agentStatus;
 };
 
-// Reads a snapshot: SCAN over the whole database, then every key of the agent's tables with
-// HGETALL, pipelined. `done` runs once with the snapshot, unless the connection is lost first
-// or the reader is destroyed (then never); `failed` runs instead when the server refuses a read.
-// Runs on the scheduler's thread.
+// Reads a snapshot: SCAN over the whole database and, as each SCAN answer arrives, its keys of
+// the agent's tables with HGETALL, pipelined behind the next SCAN so that the server always has
+// the next work queued (at most two SCAN batches wait at a time). `done` runs once with the
+// snapshot, unless the connection is lost first or the reader is destroyed (then never);
+// `failed` runs instead when the server refuses a read. Runs on the scheduler's thread.
 class SnapshotReader {
  public:
   using Done = std::function<void(StateSnapshot&&)>;

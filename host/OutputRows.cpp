@@ -9,24 +9,23 @@ namespace {
 
 constexpr std::string_view kLpoRequest = "LPO_REQUEST";
 
-template <class Rows, class KeyAndFields>
-std::vector<std::string> loadRows(AgentHarness& harness, Rows const& rows,
-                                  KeyAndFields const& keyAndFields) {
+std::vector<std::string> loadRows(AgentHarness& harness, RowSource const& rows) {
   std::vector<std::string> problems;
   auto const load = [&](bool requests) {
-    for (auto const& row : rows) {
-      auto const& [key, fields] = keyAndFields(row);
-      auto const* table = outputTableOf(key);
-      if (table == nullptr || !table->loadedAtStart() ||
-          (table->redisName() == kLpoRequest) != requests) {
-        continue;
-      }
-      try {
-        table->load(harness, key, fields);
-      } catch (std::exception const& e) {
-        problems.push_back(key + ": " + e.what());
-      }
-    }
+    rows(
+        [&](std::string_view key, Fields const& fields) {
+          try {
+            outputTableOf(key)->load(harness, key, fields);
+          } catch (std::exception const& e) {
+            std::string problem(key);
+            problems.push_back(problem.append(": ").append(e.what()));
+          }
+        },
+        [requests](std::string_view key) {
+          auto const* table = outputTableOf(key);
+          return table != nullptr && table->loadedAtStart() &&
+                 (table->redisName() == kLpoRequest) == requests;
+        });
   };
   load(true);
   load(false);
@@ -44,25 +43,17 @@ void forEachOutputRow(AgentHarness const& harness,
 }
 
 std::vector<std::string> loadOutputRows(AgentHarness& harness, std::vector<StateRow> const& rows) {
-  return loadRows(harness, rows, [](StateRow const& row) {
-    return std::pair<std::string const&, Fields const&>(row.key, row.fields);
+  return loadRows(harness, [&](RowVisit const& visit, KeyWanted const& wanted) {
+    for (auto const& row : rows) {
+      if (wanted(row.key)) {
+        visit(row.key, row.fields);
+      }
+    }
   });
 }
 
-std::vector<std::string> loadOutputRows(AgentHarness& harness,
-                                        std::unordered_map<std::string, Fields> const& rows) {
-  // In key order, as a recording lists them: a request whose answer is left out gets the
-  // allocator's answer, which depends on the order of the requests loaded before it.
-  std::vector<std::unordered_map<std::string, Fields>::value_type const*> sorted;
-  sorted.reserve(rows.size());
-  for (auto const& row : rows) {
-    sorted.push_back(&row);
-  }
-  std::sort(sorted.begin(), sorted.end(),
-            [](auto const* a, auto const* b) { return a->first < b->first; });
-  return loadRows(harness, sorted, [](auto const* row) {
-    return std::pair<std::string const&, Fields const&>(row->first, row->second);
-  });
+std::vector<std::string> loadOutputRows(AgentHarness& harness, RowSource const& rows) {
+  return loadRows(harness, rows);
 }
 
 }  // namespace Host

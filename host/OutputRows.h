@@ -2,7 +2,7 @@
 
 #include <functional>
 #include <string>
-#include <unordered_map>
+#include <string_view>
 #include <vector>
 
 #include "host/AgentHarness.h"
@@ -24,9 +24,15 @@ void forEachOutputRow(AgentHarness const& harness,
 // requests and answers and continues its count of start-up syncs. A row that does not decode,
 // or belongs to no output table, is left out; the returned lines name each such key and its
 // problem. Rows of tables that are not the agent's outputs are passed over silently. The rows
-// are loaded in key order (a map's too), so that the same rows load to the same state.
+// are loaded in the order given (a recording lists them in key order; an agent loads what it
+// found in key order), so that the same rows load to the same state.
 std::vector<std::string> loadOutputRows(AgentHarness& harness, std::vector<StateRow> const& rows);
-std::vector<std::string> loadOutputRows(AgentHarness& harness,
-                                        std::unordered_map<std::string, Fields> const& rows);
+// The same over rows kept elsewhere: `rows(visit, wanted)` visits each row whose key `wanted`
+// accepts, in order (a source that decodes its rows then decodes only those); it is called
+// twice.
+using RowVisit = std::function<void(std::string_view key, Fields const& fields)>;
+using KeyWanted = std::function<bool(std::string_view key)>;
+using RowSource = std::function<void(RowVisit const& visit, KeyWanted const& wanted)>;
+std::vector<std::string> loadOutputRows(AgentHarness& harness, RowSource const& rows);
 
 }  // namespace Host
