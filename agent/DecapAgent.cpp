@@ -1,5 +1,7 @@
 #include "agent/DecapAgent.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <charconv>
 #include <nlohmann/json.hpp>
@@ -71,7 +73,7 @@ DecapAgent::DecapAgent(AgentCommandLine config, std::optional<Credentials> crede
       credentials_(std::move(credentials)),
       log_(std::move(log)),
       scheduler_(Orb::TaskSchedulerRoot::TaskSchedulerRootIs()),
-      lease_(Lease::holderName()),
+      lease_(Lease::holderName(), std::to_string(::getpid())),
       notifier_(*scheduler_, log_),
       backoff_(kFirstBackoff) {
   Orb::TaskSchedulerRoot::rootIs(scheduler_.get());
@@ -575,6 +577,25 @@ void DecapAgent::leaseLost(std::string const& holder) {
   startOver(standingByNote(holder));
 }
 
+bool DecapAgent::renewed(Lease::Outcome const& outcome,
+                         Orb::TaskSchedulerRoot::Clock::time_point sent) {
+  switch (outcome.kind) {
+    case Lease::Outcome::Kind::held:
+      if (outcome.taken && !outcome.text.empty()) {
+        leaseLost("another agent (" + outcome.text + "), which gave it up again");
+        return false;
+      }
+      leaseRenewed_ = sent;
+      return true;
+    case Lease::Outcome::Kind::heldByOther:
+      leaseLost(outcome.text);
+      return false;
+    case Lease::Outcome::Kind::unknown:
+      return false;
+  }
+  return false;
+}
+
 void DecapAgent::withLease(std::function<void()> then) {
   auto const sent = Orb::TaskSchedulerRoot::Clock::now();
   if (sent - leaseRenewed_ < Lease::kExpiry) {
@@ -586,18 +607,11 @@ void DecapAgent::withLease(std::function<void()> then) {
     if (gen != generation_) {
       return;
     }
-    switch (outcome.kind) {
-      case Lease::Outcome::Kind::held:
-        leaseRenewed_ = sent;
-        then();
-        return;
-      case Lease::Outcome::Kind::heldByOther:
-        leaseLost(outcome.text);
-        return;
-      case Lease::Outcome::Kind::unknown:
-        connectionLost("cannot renew the lease " + std::string(DbLink::kAgentLease) + ": " +
-                       outcome.text);
-        return;
+    if (renewed(outcome, sent)) {
+      then();
+    } else if (outcome.kind == Lease::Outcome::Kind::unknown) {
+      connectionLost("cannot renew the lease " + std::string(DbLink::kAgentLease) + ": " +
+                     outcome.text);
     }
   });
 }
@@ -607,13 +621,8 @@ void DecapAgent::heartbeat() {
   auto const gen = generation_;
   auto const sent = Orb::TaskSchedulerRoot::Clock::now();
   lease_.takeOrRenew(*commands_, [this, gen, sent](Lease::Outcome outcome) {
-    if (gen != generation_) {
-      return;
-    }
-    if (outcome.kind == Lease::Outcome::Kind::held) {
-      leaseRenewed_ = sent;
-    } else if (outcome.kind == Lease::Outcome::Kind::heldByOther) {
-      leaseLost(outcome.text);
+    if (gen == generation_) {
+      renewed(outcome, sent);
     }
   });
   checkConfiguration([this] {

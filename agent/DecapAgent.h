@@ -136,6 +136,9 @@ class DecapAgent {
   void standBy(std::string const& holder);
   static std::string standingByNote(std::string const& holder);
   void leaseLost(std::string const& holder);
+  // What a renewal of the lease held found: true while it holds. A lease that lapsed and that
+  // another agent held and gave up again meanwhile (its pid in the status) is lost too.
+  bool renewed(Lease::Outcome const& outcome, Orb::TaskSchedulerRoot::Clock::time_point sent);
   // Runs `then` while the lease is this agent's: at once when it was renewed less than its
   // expiry ago, else once renewed (a process stopped for longer may have lost it: then never).
   // Nothing is applied, recorded or started otherwise.
@@ -148,6 +151,10 @@ class DecapAgent {
   // Synchronisation.
   void synchronise();
   void onSnapshot(StateSnapshot&& found);
+  void applySnapshot(StateSnapshot&& found);
+  // A generous bound on what applying a snapshot costs per key read (its start-up walk or
+  // catch-up, and the comparison), for the lease's extension before it.
+  static constexpr std::chrono::microseconds kApplyPerKey{20};
   // Tells the service manager that the agent is ready once what is sent so far is written.
   void readyOnceWritten();
   void startWrapper(StateSnapshot const& found);

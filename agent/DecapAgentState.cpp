@@ -58,6 +58,33 @@ void DecapAgent::synchronise() {
 }
 
 void DecapAgent::onSnapshot(StateSnapshot&& found) {
+  // Applying what was read keeps the scheduler busy, the heartbeat included, for about this
+  // long at chip scale: the lease is extended to outlast it first.
+  auto const busy = kApplyPerKey * (found.inputs.size() + found.outputs.size());
+  if (busy < Lease::kExpiry / 2) {
+    applySnapshot(std::move(found));
+    return;
+  }
+  auto const gen = generation_;
+  auto const sent = Orb::TaskSchedulerRoot::Clock::now();
+  auto snapshot = std::make_shared<StateSnapshot>(std::move(found));
+  lease_.takeOrRenew(
+      *commands_,
+      [this, gen, sent, snapshot](Lease::Outcome outcome) {
+        if (gen != generation_) {
+          return;
+        }
+        if (renewed(outcome, sent)) {
+          applySnapshot(std::move(*snapshot));
+        } else if (outcome.kind == Lease::Outcome::Kind::unknown) {
+          connectionLost("cannot renew the lease " + std::string(DbLink::kAgentLease) + ": " +
+                         outcome.text);
+        }
+      },
+      Lease::kExpiry + std::chrono::duration_cast<std::chrono::milliseconds>(busy));
+}
+
+void DecapAgent::applySnapshot(StateSnapshot&& found) {
   using Clock = Orb::TaskSchedulerRoot::Clock;
   auto const read = Clock::now();
   bool const first = !harness_;

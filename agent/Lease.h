@@ -19,7 +19,11 @@ namespace VplsAgent {
 // watched and a script checks that it names this agent; when it does not, the script touches
 // the key so that the watch fails and the transaction does not run. A transaction therefore
 // runs only while this agent holds the lease, whatever time passed since the agent last
-// checked (a stopped process, a slow network).
+// checked (a stopped process, a slow network). A lease that lapsed or vanished (a FLUSHDB)
+// while nobody else took it does not stop the holder; one that another agent took and gave
+// up again meanwhile does, and the agent status tells which: every transaction of an agent
+// writes its pid there. So a lease found absent lets a transaction run, and is taken again by
+// a renewal, only while the status names no other process (or is gone).
 //
 // Invariants: the holder name is unique per process start. Threading: the agent's scheduler
 // thread (the callbacks run there).
@@ -28,7 +32,8 @@ class Lease {
   // How long the lease holds without renewal; the holder renews it every second.
   static constexpr std::chrono::milliseconds kExpiry{3000};
 
-  explicit Lease(std::string holder);
+  // `pid` is what this agent writes as its status's pid.
+  Lease(std::string holder, std::string pid);
 
   std::string const& holder() const noexcept { return holder_; }
 
@@ -37,9 +42,14 @@ class Lease {
   struct Outcome {
     enum class Kind : std::uint8_t { held, heldByOther, unknown } kind = Kind::unknown;
     bool taken = false;  // held, and nobody held it before
-    std::string text;    // the other holder, or the reason
+    // The other holder, or the reason; for a lease taken, the other process that the agent
+    // status names ("pid N"): an agent that held the lease and wrote since this one last did.
+    std::string text;
   };
-  void takeOrRenew(DbLink::RedisConnection& connection, std::function<void(Outcome)> done) const;
+  // Takes or renews the lease for `expiry` (longer than kExpiry before work that keeps the
+  // agent from renewing it meanwhile).
+  void takeOrRenew(DbLink::RedisConnection& connection, std::function<void(Outcome)> done,
+                   std::chrono::milliseconds expiry = kExpiry) const;
 
   // Gives the lease up when it names this agent (an orderly stop: another agent need not
   // wait for it to lapse); `done` runs with the reply.
@@ -48,8 +58,9 @@ class Lease {
   // The fence that precedes a transaction's MULTI: two commands, WATCH and the check.
   static constexpr std::size_t kFenceReplies = 2;
   void appendFence(std::string& out) const;
-  // Whether the check's reply says that the lease named this agent. Anything else (another
-  // holder, nobody, an error) means that the fenced transaction did not run.
+  // Whether the check's reply says that the transaction may run: the lease names this agent,
+  // or nobody holds it and no other agent wrote its status since. Anything else (another
+  // holder, an error) means that the fenced transaction did not run.
   static bool fenceHeld(DbLink::RedisReply const& checkReply);
 
   // The holder name for this process: host, process id and start time.
@@ -57,7 +68,7 @@ class Lease {
 
  private:
   std::string holder_;
-  std::string expiryMs_;
+  std::string pid_;
 };
 
 }  // namespace VplsAgent

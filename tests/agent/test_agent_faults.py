@@ -152,6 +152,26 @@ class Faults(base.AgentCase):
         rig.barrier(self.db, "back", timeout=5)
         self.assertEqual(self.db.hget("VPLS_AGENT_STATUS", "pid"), str(first.process.pid))
 
+        # Stopped again while another agent takes over, writes and gives the lease up: the
+        # resumed agent finds the lease free but its memory stale, and starts again.
+        second.start()
+        first.process.send_signal(signal.SIGSTOP)
+        deadline = time.monotonic() + 10
+        while f"pid {second.process.pid} " not in (self.db.get("VPLS_AGENT_LEASE") or ""):
+            self.assertLess(time.monotonic(), deadline, "the standby did not take over")
+            time.sleep(0.05)
+        write(self.db, [{"op": "del", "table": op["table"], "key": op["key"]}
+                        for op in self.ops if op["table"] == "vplsPwIntfInfo"][:2])
+        rig.barrier(self.db, "second again")
+        second.stop(signal.SIGTERM)
+        first.process.send_signal(signal.SIGCONT)
+        rig.barrier(self.db, "resumed")
+        self.assertIn(f"another agent (pid {second.process.pid}), which gave it up again",
+                      first.output())
+        self.assertEqual(self.db.hget("VPLS_AGENT_STATUS", "pid"), str(first.process.pid))
+        final = base.runner_states(first.dir / "recording.jsonl")[-1]["state"]
+        self.assertEqual(rig.output_rows(self.db), rig.expected_rows(final))
+
     def test_a_start_answers_the_requests_found_unanswered_as_the_runner_does(self):
         # Found so (their answers deleted by another client): the allocator answers them in
         # the order of their keys, as the runner's replay of the recording does.
