@@ -220,7 +220,7 @@ void DecapAgent::startWrapper(StateSnapshot const& found) {
       }
     }
   }
-  auto const outputsFound = [&found](Host::RowVisit const& visit, Host::KeyWanted const& wanted) {
+  auto const outputsFound = [&found](Host::RowVisit const& visit, Host::TableWanted const& wanted) {
     found.outputs.forEachInKeyOrder(visit, wanted);
   };
   for (auto const& problem : Host::loadOutputRows(*harness_, outputsFound)) {
@@ -296,7 +296,9 @@ std::size_t DecapAgent::writeDifferences(StateSnapshot& found) {
   std::unordered_set<std::string> wrongType(found.wrongTypeOutputs.begin(),
                                             found.wrongTypeOutputs.end());
   // What memory has is taken out of what was found; what stays there is gone from memory.
+  tracker_->forgetHeld(found.outputs.size());
   Host::forEachOutputRow(*harness_, [&](std::string&& key, Fields&& fields) {
+    tracker_->held(key, &fields);
     auto const held = found.outputs.take(key, fields);
     bool const otherType = !wrongType.empty() && wrongType.erase(key) > 0;
     if (held != FoundRows::Found::same) {
@@ -465,11 +467,13 @@ void DecapAgent::appendRepairs(DbLink::WriteBatch& batch) {
   for (auto const* table : tables) {
     table->forEachRow(*harness_, [&](std::string&& key, Fields&& fields) {
       if (outputs.erase(key) > 0) {
+        tracker_->held(key, &fields);
         batch.hset(key, fields, true);
       }
     });
   }
   for (auto const& key : outputs) {
+    tracker_->held(key, nullptr);
     batch.del(key);
   }
 }

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
-#include <numeric>
+#include <optional>
 #include <stdexcept>
 
 namespace VplsAgent {
@@ -139,18 +139,32 @@ void FoundRows::grow() {
 }
 
 void FoundRows::forEachInKeyOrder(Visit const& visit,
-                                  std::function<bool(std::string_view key)> const& wanted) const {
+                                  std::function<bool(std::string_view table)> const& wanted) const {
   if (keyOrder_.size() != rows_.size()) {
-    keyOrder_.resize(rows_.size());
-    std::iota(keyOrder_.begin(), keyOrder_.end(), 0U);
-    std::sort(keyOrder_.begin(), keyOrder_.end(), [this](std::uint32_t a, std::uint32_t b) {
-      return keyOf(rows_[a]) < keyOf(rows_[b]);
-    });
+    // Sorted as (key, row) pairs: the keys at hand, not behind the row and its chunk.
+    std::vector<std::pair<std::string_view, std::uint32_t>> keys;
+    keys.reserve(rows_.size());
+    for (std::uint32_t i = 0; i < rows_.size(); ++i) {
+      keys.emplace_back(keyOf(rows_[i]), i);
+    }
+    std::sort(keys.begin(), keys.end());
+    keyOrder_.clear();
+    keyOrder_.reserve(keys.size());
+    for (auto const& key : keys) {
+      keyOrder_.push_back(key.second);
+    }
   }
   DbLink::Fields fields;
+  std::optional<std::string_view> table;
+  bool tableWanted = false;
   for (auto const i : keyOrder_) {
     auto const key = keyOf(rows_[i]);
-    if (!wanted || wanted(key)) {
+    auto const segment = key.substr(0, key.find('|'));
+    if (segment != table) {
+      table = segment;
+      tableWanted = !wanted || wanted(segment);
+    }
+    if (tableWanted) {
       fieldsOf(rows_[i], fields);
       visit(key, fields);
     }

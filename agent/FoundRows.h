@@ -33,10 +33,11 @@ class FoundRows {
   // Rows held (taken ones included).
   std::size_t size() const noexcept { return rows_.size(); }
 
-  // Every row whose key `wanted` accepts (every row without it), in key order (sorted once, at
-  // the first call; no add() after it).
+  // Every row of the tables (a key's first segment) that `wanted` accepts, every row without
+  // it, in key order (sorted once, at the first call; no add() after it). `wanted` is asked
+  // once per table.
   void forEachInKeyOrder(Visit const& visit,
-                         std::function<bool(std::string_view key)> const& wanted = {}) const;
+                         std::function<bool(std::string_view table)> const& wanted = {}) const;
 
   // What take() found for a key of memory's.
   enum class Found : std::uint8_t { absent, same, different };

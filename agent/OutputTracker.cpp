@@ -189,6 +189,9 @@ std::vector<Host::RowUpdate> OutputTracker::take() {
     watch->take(rows);
   }
   noteChipChanges(rows);
+  std::erase_if(rows, [this](Host::RowUpdate const& row) {
+    return !held_.changes(row.key, row.fields ? &*row.fields : nullptr);
+  });
   takePseudowireStatuses(rows);
   auto sm = smStatusRow();
   if (sm.fields != smStatus_) {

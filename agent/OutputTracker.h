@@ -18,6 +18,7 @@
 #include "Hardware/LifProfileOrientationStatus.h"
 #include "Hardware/MplsDecapConfig.h"
 #include "Hardware/TagPopPushConfig.h"
+#include "agent/HeldDigests.h"
 #include "dblink/KeyLayout.h"
 #include "host/AgentHarness.h"
 #include "host/OutputTable.h"
@@ -62,10 +63,16 @@ class OutputTracker {
 
   // Forgets the keys noted so far (a full comparison with the database has covered them).
   void forgetNotes();
+  // What the database holds of the output elements' rows: after a full comparison, forgotten
+  // (with room for `keys`) and then told each row held; after another client's write, the row
+  // written back (or null for a key deleted). take() leaves out the rows that the database
+  // holds already.
+  void forgetHeld(std::size_t keys) { held_.clear(keys); }
+  void held(std::string_view key, DbLink::Fields const* fields) { held_.hold(key, fields); }
 
   // The rows to write since the last take(): changed output elements, then the pseudowire
-  // statuses and the state-machine status that differ from what the database holds (which
-  // they then are taken to hold).
+  // statuses and the state-machine status, each only when it differs from what the database
+  // holds (which it then is taken to hold).
   std::vector<Host::RowUpdate> take();
 
  private:
@@ -93,7 +100,8 @@ class OutputTracker {
   // The orientation answers per pseudowire, for its status without a walk of every answer.
   std::unordered_map<Netcore::IntfId, std::vector<Hardware::MarlTunnel::LifProfileOrientationKey>>
       answered_;
-  // What the database holds of the derived rows.
+  // What the database holds of the output elements (their digests) and of the derived rows.
+  HeldDigests held_;
   std::unordered_map<Netcore::IntfId, DbLink::Fields> pwStatuses_;
   std::optional<DbLink::Fields> smStatus_;
   // The subscriptions that follow what the pseudowire statuses depend on.

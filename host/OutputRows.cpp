@@ -21,8 +21,8 @@ std::vector<std::string> loadRows(AgentHarness& harness, RowSource const& rows) 
             problems.push_back(problem.append(": ").append(e.what()));
           }
         },
-        [requests](std::string_view key) {
-          auto const* table = outputTableOf(key);
+        [requests](std::string_view name) {
+          auto const* table = outputTableOf(name);
           return table != nullptr && table->loadedAtStart() &&
                  (table->redisName() == kLpoRequest) == requests;
         });
@@ -43,9 +43,9 @@ void forEachOutputRow(AgentHarness const& harness,
 }
 
 std::vector<std::string> loadOutputRows(AgentHarness& harness, std::vector<StateRow> const& rows) {
-  return loadRows(harness, [&](RowVisit const& visit, KeyWanted const& wanted) {
+  return loadRows(harness, [&](RowVisit const& visit, TableWanted const& wanted) {
     for (auto const& row : rows) {
-      if (wanted(row.key)) {
+      if (wanted(std::string_view(row.key).substr(0, row.key.find('|')))) {
         visit(row.key, row.fields);
       }
     }

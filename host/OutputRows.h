@@ -27,12 +27,12 @@ void forEachOutputRow(AgentHarness const& harness,
 // are loaded in the order given (a recording lists them in key order; an agent loads what it
 // found in key order), so that the same rows load to the same state.
 std::vector<std::string> loadOutputRows(AgentHarness& harness, std::vector<StateRow> const& rows);
-// The same over rows kept elsewhere: `rows(visit, wanted)` visits each row whose key `wanted`
-// accepts, in order (a source that decodes its rows then decodes only those); it is called
-// twice.
+// The same over rows kept elsewhere: `rows(visit, wanted)` visits each row of the tables (a
+// key's first segment) that `wanted` accepts, in order (a source that decodes its rows then
+// decodes only those); it is called twice.
 using RowVisit = std::function<void(std::string_view key, Fields const& fields)>;
-using KeyWanted = std::function<bool(std::string_view key)>;
-using RowSource = std::function<void(RowVisit const& visit, KeyWanted const& wanted)>;
+using TableWanted = std::function<bool(std::string_view table)>;
+using RowSource = std::function<void(RowVisit const& visit, TableWanted const& wanted)>;
 std::vector<std::string> loadOutputRows(AgentHarness& harness, RowSource const& rows);
 
 }  // namespace Host

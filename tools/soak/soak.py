@@ -394,6 +394,10 @@ class AgentSlot:
             recording.seek(offset)
             return recording.read().decode().splitlines()
 
+    def recording_id(self):
+        """Which file the recording is (a new start of the agent's wrapper writes a new one)."""
+        return self.recording.stat().st_ino if self.recording and self.recording.exists() else None
+
     def recording_size(self):
         return self.recording.stat().st_size if self.recording and self.recording.exists() else 0
 
@@ -812,6 +816,7 @@ class Soak:
         old.wait_stopped()
         self.stopped = old
         size = old.recording_size()  # what it recorded before it stopped
+        recording = old.recording_id()
         self.count["sigstops"] += 1
         self.since.append(f"agent {old.name} SIGSTOP")
         deadline = time.monotonic() + 15
@@ -837,7 +842,13 @@ class Soak:
                 break
             self.go_on(0.1)
         # A stop can fall amid a batch, which the agent ends once resumed; it begins none.
-        if old.recording_size() < size:
+        # (Unless the other one gave the lease up meanwhile: the resumed one may have taken
+        # over again, which starts a new recording.)
+        if old.recording_id() != recording and new.running() and self.lease_pid() == new.pid:
+            self.problem(f"agent {old.name} resumed", "it started a new recording", old)
+        elif old.recording_id() != recording:
+            pass
+        elif old.recording_size() < size:
             self.problem(f"agent {old.name} resumed", "it started its recording again", old)
         elif old.recording_size() > size:
             begun = [line for line in old.recording_lines(size)
