@@ -157,11 +157,12 @@ class DecapAgent {
   static constexpr std::chrono::microseconds kApplyPerKey{20};
   // Tells the service manager that the agent is ready once what is sent so far is written.
   void readyOnceWritten();
-  void startWrapper(StateSnapshot const& found);
+  void startWrapper(StateSnapshot& found);
   void block(std::string const& why);
   void stopWrapper();
-  void catchUp(StateSnapshot const& found);
-  std::vector<Host::InputChange> decodeInputs(StateSnapshot const& found);
+  void catchUp(StateSnapshot& found);
+  // The inputs found, as changes (their rows are released).
+  std::vector<Host::InputChange> decodeInputs(StateSnapshot& found);
   // Writes what differs between memory and what was found; returns the number of keys.
   std::size_t writeDifferences(StateSnapshot& found);
 

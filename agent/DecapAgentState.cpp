@@ -89,6 +89,7 @@ void DecapAgent::applySnapshot(StateSnapshot&& found) {
   auto const read = Clock::now();
   bool const first = !harness_;
   auto const logsBefore = logs_.size();
+  auto const inputKeys = found.inputs.size();
   try {
     if (first) {
       startWrapper(found);
@@ -102,7 +103,6 @@ void DecapAgent::applySnapshot(StateSnapshot&& found) {
     return;
   }
   auto const applied = Clock::now();
-  auto const inputKeys = found.inputs.size();
   auto const outputKeys = found.outputs.size() + found.pwStatuses.size();
   state_ = State::running;
   auto const written = writeDifferences(found);
@@ -150,7 +150,7 @@ void DecapAgent::stopWrapper() {
   recorder_.reset();
 }
 
-std::vector<Host::InputChange> DecapAgent::decodeInputs(StateSnapshot const& found) {
+std::vector<Host::InputChange> DecapAgent::decodeInputs(StateSnapshot& found) {
   std::vector<Host::InputChange> ops;
   std::unordered_set<Host::InputTable> attributesFound;
   auto const take = [&](std::string const& key, DbLink::InputDecoding&& decoding) {
@@ -171,6 +171,7 @@ std::vector<Host::InputChange> DecapAgent::decodeInputs(StateSnapshot const& fou
   found.inputs.forEachInKeyOrder([&take](std::string_view key, Fields const& fields) {
     take(std::string(key), DbLink::decodeInput(key, &fields));
   });
+  found.inputs = FoundRows();  // decoded: its memory goes before the outputs are loaded
   for (auto const& [key, error] : found.wrongTypeInputs) {
     take(key, DbLink::decodeWrongType(key, "value of another type"));
   }
@@ -183,7 +184,7 @@ std::vector<Host::InputChange> DecapAgent::decodeInputs(StateSnapshot const& fou
   return ops;
 }
 
-void DecapAgent::startWrapper(StateSnapshot const& found) {
+void DecapAgent::startWrapper(StateSnapshot& found) {
   standIn_.reset();
   if (config_.record) {
     // Each start of the wrapper records from its own start state.
@@ -256,7 +257,7 @@ void DecapAgent::startWrapper(StateSnapshot const& found) {
   blockedBy_.clear();
 }
 
-void DecapAgent::catchUp(StateSnapshot const& found) {
+void DecapAgent::catchUp(StateSnapshot& found) {
   // What went away first, from the FEC ids back to the pseudowire infos; then what is new or
   // changed, from the infos on, in the order a configuration is written (an encap FEC id that
   // arrived before its pseudowire's instance would wait to be published again).
