@@ -178,8 +178,8 @@ TEST(ScenarioRunner, AnAssertionAbortsTheProcessWithTheConditionOnStderr) {
     {"op": "set", "table": "vxlanDciConfigured", "value": true},
     {"op": "set", "table": "vplsPwIntfInfo", "key": "Pseudowire1", "value": {"vplsInstanceName": "v"}},
     {"op": "set", "table": "vlanTagInfo", "key": {"pw": "Pseudowire1", "vlan": 10}, "value": 10}]})");
-  auto const result =
-      runSim(dir, {"run", scenario.string(), "--json", "--each"}, {.flashlogDir = false});
+  auto const result = runSim(dir, {"run", scenario.string(), "--json", "--each"},
+                             {.input = {}, .flashlogDir = false});
   EXPECT_EQ(result.signal, SIGABRT);
   EXPECT_EQ(result.outLines().size(), 5u);  // start-up and events 0 to 3, flushed
   EXPECT_NE(result.err.find("assertion \"hwVplsPwDecapConfig()->decapLabelHas( pwIntfId ) and ( "
@@ -196,7 +196,8 @@ TEST(ScenarioRunner, AnAssertionAbortsTheProcessWithTheConditionOnStderr) {
   auto const at = result.err.find(kept);
   ASSERT_NE(at, std::string::npos) << result.err;
   auto const end = result.err.find('\n', at);
-  std::filesystem::path const flashlog = result.err.substr(at + kept.size(), end - at - kept.size());
+  std::filesystem::path const flashlog =
+      result.err.substr(at + kept.size(), end - at - kept.size());
   EXPECT_EQ(flashlog.parent_path().parent_path(), dir.path());
   EXPECT_GT(std::filesystem::file_size(flashlog), 0u);
 }

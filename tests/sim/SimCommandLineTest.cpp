@@ -125,12 +125,13 @@ TEST(SimCommandLine, ReadsTheScenarioFromStandardInput) {
   ASSERT_EQ(fromInput.exitCode, 0) << fromInput.err;
   EXPECT_EQ(fromInput.out, fromFile.out);
 
-  auto const bad = runSim(dir, {"run", "-"}, {.input = dir.write("bad.json", "{\"meshGroups\": 9}")});
+  auto const bad =
+      runSim(dir, {"run", "-"}, {.input = dir.write("bad.json", "{\"meshGroups\": 9}")});
   EXPECT_EQ(bad.exitCode, 2);
   EXPECT_TRUE(bad.err.starts_with("vpls-decap-sim: standard input: meshGroups")) << bad.err;
 
-  auto const cut = runSim(dir, {"run", "-"},
-                          {.input = dir.write("cut.jsonl", "{}\n{\"op\": \"restart\"")});
+  auto const cut =
+      runSim(dir, {"run", "-"}, {.input = dir.write("cut.jsonl", "{}\n{\"op\": \"restart\"")});
   EXPECT_EQ(cut.exitCode, 0) << cut.err;
   EXPECT_TRUE(cut.err.starts_with("vpls-decap-sim: standard input: the last line is incomplete"))
       << cut.err;
@@ -141,7 +142,7 @@ TEST(SimCommandLine, ReadsTheScenarioFromStandardInput) {
 TEST(SimCommandLine, KeepsTheFlashlogOnlyWhenAsked) {
   TempDir dir;
   auto const scenario = dir.write("s.json", "{}");
-  auto const unasked = runSim(dir, {"run", scenario.string()}, {.flashlogDir = false});
+  auto const unasked = runSim(dir, {"run", scenario.string()}, {.input = {}, .flashlogDir = false});
   ASSERT_EQ(unasked.exitCode, 0) << unasked.err;
   std::set<std::string> left;
   for (auto const& entry : std::filesystem::directory_iterator(dir.path())) {
