@@ -52,8 +52,8 @@ std::string agentUsage() {
          "                     the password, the file's first line; the file must not be\n"
          "                     readable by others (mode 0600 or 0400)\n"
          "\n"
-         "Keys and fields: docs/agent.md. Exit codes: 0 stopped by a signal, 1 the agent could\n"
-         "not run, 2 usage.\n";
+         "Exit codes: 0 stopped by a signal, 1 the agent could not run, 2 usage.\n"
+         "Manual page: vpls-decap-agent(8); keys and fields: agent.md in the documentation.\n";
 }
 
 AgentCommandLine parseAgentCommandLine(std::vector<std::string> const& args) {

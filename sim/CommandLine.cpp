@@ -30,18 +30,21 @@ std::string usage() {
          "  run     validate the scenario, start the agent, apply its events, print the result\n"
          "  serve   like run, then serve the agent command socket DIR/MarlTunnelVpls until\n"
          "          SIGINT or SIGTERM\n"
+         "  SCENARIO.json is a scenario or a recording; - reads it from standard input.\n"
          "\n"
          "  --json            the final state as one JSON object instead of the tables\n"
          "  --each            a result after start-up and after every event (with --json:\n"
          "                    one JSON object per line)\n"
          "  --trace-level N   text traces of the library up to level N (0..9)\n"
          "  --trace-file PATH append the text traces to PATH instead of stderr\n"
-         "  --flashlog PATH   record the binary trace into PATH\n"
+         "  --flashlog PATH   record the binary trace into PATH and keep it (also kept in\n"
+         "                    $MARL_FLASHLOG_DIR when set; otherwise it goes to a private\n"
+         "                    directory removed at exit)\n"
          "  --socket-dir DIR  the command socket's directory (serve; default $MARL_SOCKET_DIR\n"
          "                    or /tmp/marl-sockets)\n"
          "\n"
          "Exit codes: 0 done, 1 the library raised an exception, 2 invalid scenario or usage.\n"
-         "Scenario files: docs/scenarios.md.\n";
+         "Manual page: vpls-decap-sim(1); scenario files: scenarios.md in the documentation.\n";
 }
 
 CommandLine parseCommandLine(std::vector<std::string> const& args) {

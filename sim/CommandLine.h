@@ -13,7 +13,8 @@ namespace Sim {
 //                                    [--flashlog PATH]
 //   vpls-decap-sim serve SCENARIO.json [--socket-dir DIR] [the same options]
 //   vpls-decap-sim --version
-// Options may come before or after the scenario and also as --option=VALUE.
+// Options may come before or after the scenario and also as --option=VALUE. The scenario "-" is
+// standard input.
 struct CommandLine {
   enum class Mode { run, serve, help, version };
   Mode mode = Mode::help;

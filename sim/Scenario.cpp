@@ -563,15 +563,20 @@ Scenario loadScenario(std::filesystem::path const& path) {
   if (!in.is_open()) {
     throw ScenarioError(path.string() + ": cannot read the scenario file: " + std::strerror(errno));
   }
+  return readScenario(in, path.string());
+}
+
+Scenario readScenario(std::istream& in, std::string const& name) {
   std::ostringstream text;
+  // A stream with nothing in it sets failbit here; an empty text is refused by the parser.
   text << in.rdbuf();
   if (in.bad()) {
-    throw ScenarioError(path.string() + ": cannot read the scenario file");
+    throw ScenarioError(name + ": cannot read the scenario");
   }
   try {
     return parseScenario(text.str());
   } catch (ScenarioError const& e) {
-    throw ScenarioError(path.string() + ": " + e.what());
+    throw ScenarioError(name + ": " + e.what());
   }
 }
 

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <istream>
 #include <map>
 #include <optional>
 #include <stdexcept>
@@ -83,5 +84,9 @@ Scenario parseScenario(std::string_view text);
 
 // Reads and validates a scenario file; the error message starts with the file's path.
 Scenario loadScenario(std::filesystem::path const& path);
+
+// Reads a scenario from a stream to its end (standard input for `run -`) and validates it; the
+// error message starts with `name`.
+Scenario readScenario(std::istream& in, std::string const& name);
 
 }  // namespace Sim

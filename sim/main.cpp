@@ -3,6 +3,7 @@
 // Usage and exit codes: sim/CommandLine.cpp; scenario files: docs/scenarios.md.
 
 #include <signal.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <csignal>
@@ -16,6 +17,7 @@
 #include "host/OutputRows.h"
 #include "host/TraceOptions.h"
 #include "sim/CommandLine.h"
+#include "sim/RunFlashlog.h"
 #include "sim/Scenario.h"
 #include "sim/ScenarioRunner.h"
 #include "sim/StateJson.h"
@@ -27,6 +29,7 @@ constexpr int kExitDone = 0;
 constexpr int kExitRaised = 1;
 constexpr int kExitUsage = 2;
 constexpr char kProgram[] = "vpls-decap-sim";
+constexpr char kStandardInput[] = "-";
 
 // The scheduler that serve runs, for the signal handler; and whether a stop came before it ran.
 std::atomic<Orb::TaskSchedulerRoot*> servedScheduler{nullptr};
@@ -37,6 +40,27 @@ extern "C" void onStopSignal(int) {
   if (auto* const scheduler = servedScheduler.load()) {
     scheduler->stopFromSignal();
   }
+}
+
+// The line an abort says (where the private flashlog stays), composed before the run so that the
+// handler only writes it.
+std::string abortMessage;
+
+extern "C" void onAbort(int) {
+  [[maybe_unused]] auto const n = ::write(STDERR_FILENO, abortMessage.data(), abortMessage.size());
+}
+
+// An abort (a failed assertion of the library) leaves the private flashlog behind: say where.
+void sayWhereTheFlashlogStaysOnAbort(Sim::RunFlashlog const& flashlog) {
+  abortMessage = flashlog.keptOnAbortMessage(kProgram);
+  if (abortMessage.empty()) {
+    return;
+  }
+  struct sigaction action {};
+  action.sa_handler = onAbort;
+  action.sa_flags = SA_RESETHAND;
+  sigemptyset(&action.sa_mask);
+  ::sigaction(SIGABRT, &action, nullptr);
 }
 
 void installStopHandlers() {
@@ -168,16 +192,21 @@ int main(int argc, char** argv) {
   if (line.mode == Sim::CommandLine::Mode::serve) {
     installStopHandlers();
   }
+  Sim::RunFlashlog const flashlog(line.flashlog);
+  sayWhereTheFlashlogStaysOnAbort(flashlog);
 
+  bool const fromStandardInput = line.scenario == kStandardInput;
+  std::string const scenarioName = fromStandardInput ? "standard input" : line.scenario;
   Sim::Scenario scenario;
   try {
-    scenario = Sim::loadScenario(line.scenario);
+    scenario = fromStandardInput ? Sim::readScenario(std::cin, scenarioName)
+                                 : Sim::loadScenario(line.scenario);
   } catch (Sim::ScenarioError const& e) {
     std::cerr << kProgram << ": " << e.what() << "\n";
     return kExitUsage;
   }
   if (scenario.truncatedAtLine) {
-    std::cerr << kProgram << ": " << line.scenario
+    std::cerr << kProgram << ": " << scenarioName
               << ": the last line is incomplete (a recording cut short); replaying up to line "
               << *scenario.truncatedAtLine - 1 << "\n";
   }

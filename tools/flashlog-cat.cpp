@@ -22,7 +22,8 @@ void usage(std::ostream& out) {
          "       flashlog-cat --version\n"
          "Prints the records of a Flashlog file, oldest first. Flashlog files are\n"
          "<dir>/<agent>.flashlog, <dir> from MARL_FLASHLOG_DIR, default /tmp/flashlog;\n"
-         "<agent>.flashlog.1 is the file of the previous run.\n";
+         "<agent>.flashlog.1 is the file of the previous run.\n"
+         "Manual page: flashlog-cat(1).\n";
 }
 
 }  // namespace

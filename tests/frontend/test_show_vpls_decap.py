@@ -47,7 +47,7 @@ class Request(unittest.TestCase):
             ({"instance": "vpls-red"}, "vplsDecap vpls-red None None\n"),
             ({"group": "east", "interface": "Pw7"}, "vplsDecap None east Pw7\n"),
             ({"interface": "Pseudowire7"}, "vplsDecap None None Pw7\n"),
-            ({"interface": "Ethernet1"}, "vplsDecap None None Ethernet1\n"),
+            ({"interface": "Pw65535"}, "vplsDecap None None Pw65535\n"),
         ]
         for filters, line in cases:
             with self.subTest(filters=filters):
@@ -57,6 +57,14 @@ class Request(unittest.TestCase):
         for filters in ({"instance": "a b"}, {"group": ""}, {"interface": "Pw1\n"}):
             with self.subTest(filters=filters), self.assertRaises(ValueError):
                 show.request_line(**filters)
+
+    def test_interface_names_no_pseudowire_has_are_refused_naming_the_forms(self):
+        for name in ("pw4", "Pw0", "Pw65536", "Pseudowire07", "Ethernet1", "Pw", "Pw1x"):
+            with self.subTest(name=name), self.assertRaises(ValueError) as raised:
+                show.request_line(interface=name)
+            self.assertEqual(str(raised.exception),
+                             f"--interface: {name!r} is not a pseudowire's name "
+                             "(expected PwN or PseudowireN, N from 1 to 65535)")
 
 
 class Answer(unittest.TestCase):
@@ -73,12 +81,15 @@ class Answer(unittest.TestCase):
                          (4096, 8, 1))
         self.assertEqual((standby["active"], standby["globalInLif"], standby["hwFec"]),
                          (False, None, None))
+        # No group: '-' in the table, null in JSON.
+        self.assertEqual((first["groupName"], standby["groupName"]), ("grpA", None))
 
         lines = show.table(pseudowires).splitlines()
         self.assertEqual(len(lines), 2 + 3)
         self.assertEqual(lines[2].split()[:7],
                          ["Pseudowire1", "vpls1", "grpA", "900001", "10", "100", "33"])
         self.assertEqual(lines[4].split()[-4:], ["no", "-", "-", "-"])
+        self.assertEqual(lines[4].split()[2], "-")
 
     def test_answers_that_are_not_a_decap_dictionary_are_errors(self):
         cases = [
@@ -155,6 +166,13 @@ class Connection(unittest.TestCase):
         self.assertEqual((code, err), (0, ""))
         self.assertEqual(agent.requests, ["vplsDecap None None Pw1\n"])
         self.assertEqual(len(json.loads(out)["pseudowires"]), 2)
+
+    def test_an_interface_no_pseudowire_has_is_a_usage_error_before_any_request(self):
+        agent = ScriptedAgent(self.dir.name, lambda line: TWO_PSEUDOWIRES)
+        self.addCleanup(agent.close)
+        with self.assertRaises(SystemExit) as exited:
+            self.run_main("--interface", "pw4")
+        self.assertEqual((exited.exception.code, agent.requests), (2, []))
 
     def test_failures_name_what_is_wrong_and_exit_1(self):
         path = os.path.join(self.dir.name, show.SOCKET_NAME)
@@ -246,7 +264,8 @@ class EndToEnd(unittest.TestCase):
                 "inLifProfile": entry["inLifProfile"] or None,
                 "orientation": orientation.get((pw, vlan), orientation.get((pw, 0))),
                 "instanceContext": records[pw]["vplsInstanceName"],
-                "groupName": records[pw]["groupName"], "active": not records[pw]["standby"]}
+                "groupName": records[pw]["groupName"] or None,
+                "active": not records[pw]["standby"]}
         return expected
 
     def test_answer_holds_what_was_programmed(self):

@@ -167,16 +167,19 @@ TEST(ScenarioRunner, AnExceptionEndsTheRunWithExitCode1AndAnErrorOnTheLastLine) 
 // A standby pseudowire whose change to active is refused under VXLAN DCI keeps its standby
 // record; a VLAN arriving then programs an active entry without FEC id, which the state machine
 // asserts against. The assertion aborts the runner as it aborts the agent, after the lines of
-// the steps before it.
+// the steps before it, and leaves the Flashlog of the run, which nobody had asked to keep, in
+// its private directory, saying where.
 TEST(ScenarioRunner, AnAssertionAbortsTheProcessWithTheConditionOnStderr) {
-  auto const result = runScenarioText(R"({"events": [
+  TempDir dir;
+  auto const scenario = dir.write("s.json", R"({"events": [
     {"op": "set", "table": "vplsPwIntfInfo", "key": "Pseudowire1",
      "value": {"vplsInstanceName": "v", "standby": true}},
     {"op": "set", "table": "decapLabel", "key": "Pseudowire1", "value": 100},
     {"op": "set", "table": "vxlanDciConfigured", "value": true},
     {"op": "set", "table": "vplsPwIntfInfo", "key": "Pseudowire1", "value": {"vplsInstanceName": "v"}},
-    {"op": "set", "table": "vlanTagInfo", "key": {"pw": "Pseudowire1", "vlan": 10}, "value": 10}]})",
-                                      {"--json", "--each"});
+    {"op": "set", "table": "vlanTagInfo", "key": {"pw": "Pseudowire1", "vlan": 10}, "value": 10}]})");
+  auto const result = runSim(dir, {"run", scenario.string(), "--json", "--each"},
+                             {.input = {}, .flashlogDir = false});
   EXPECT_EQ(result.signal, SIGABRT);
   EXPECT_EQ(result.outLines().size(), 5u);  // start-up and events 0 to 3, flushed
   EXPECT_NE(result.err.find("assertion \"hwVplsPwDecapConfig()->decapLabelHas( pwIntfId ) and ( "
@@ -189,6 +192,14 @@ TEST(ScenarioRunner, AnAssertionAbortsTheProcessWithTheConditionOnStderr) {
                             "Bridging::VlanIdOrNone)\n"),
             std::string::npos)
       << result.err;
+  auto const kept = std::string("vpls-decap-sim: the flashlog of this run is kept: ");
+  auto const at = result.err.find(kept);
+  ASSERT_NE(at, std::string::npos) << result.err;
+  auto const end = result.err.find('\n', at);
+  std::filesystem::path const flashlog =
+      result.err.substr(at + kept.size(), end - at - kept.size());
+  EXPECT_EQ(flashlog.parent_path().parent_path(), dir.path());
+  EXPECT_GT(std::filesystem::file_size(flashlog), 0u);
 }
 
 TEST(ScenarioRunner, WritesTheTogglesAsTheToggleFileTheAgentReads) {

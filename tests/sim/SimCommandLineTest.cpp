@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "sim/CommandLine.h"
 #include "tests/sim/SimProcess.h"
 
@@ -109,6 +111,47 @@ TEST(SimCommandLine, TraceOptionsReachDuallogAndFlashlog) {
       << lines;
   EXPECT_EQ(lines.find(" pwIntfId: "), std::string::npos) << "level 8 traces at level 2";
   EXPECT_GT(std::filesystem::file_size(flashlog), 0u);
+}
+
+// `run -` reads the scenario, or a recording, from standard input: the same result as from the
+// file, and the messages about it name standard input.
+TEST(SimCommandLine, ReadsTheScenarioFromStandardInput) {
+  TempDir dir;
+  auto const scenario = dir.write(
+      "s.json",
+      R"({"before": [{"op": "set", "table": "decapLabel", "key": "Pseudowire1", "value": 5}]})");
+  auto const fromFile = runSim(dir, {"run", scenario.string(), "--json"});
+  auto const fromInput = runSim(dir, {"run", "-", "--json"}, {.input = scenario});
+  ASSERT_EQ(fromInput.exitCode, 0) << fromInput.err;
+  EXPECT_EQ(fromInput.out, fromFile.out);
+
+  auto const bad =
+      runSim(dir, {"run", "-"}, {.input = dir.write("bad.json", "{\"meshGroups\": 9}")});
+  EXPECT_EQ(bad.exitCode, 2);
+  EXPECT_TRUE(bad.err.starts_with("vpls-decap-sim: standard input: meshGroups")) << bad.err;
+
+  auto const cut =
+      runSim(dir, {"run", "-"}, {.input = dir.write("cut.jsonl", "{}\n{\"op\": \"restart\"")});
+  EXPECT_EQ(cut.exitCode, 0) << cut.err;
+  EXPECT_TRUE(cut.err.starts_with("vpls-decap-sim: standard input: the last line is incomplete"))
+      << cut.err;
+}
+
+// The Flashlog is kept where --flashlog or MARL_FLASHLOG_DIR says; without either nobody asked
+// for it and a run leaves no file behind.
+TEST(SimCommandLine, KeepsTheFlashlogOnlyWhenAsked) {
+  TempDir dir;
+  auto const scenario = dir.write("s.json", "{}");
+  auto const unasked = runSim(dir, {"run", scenario.string()}, {.input = {}, .flashlogDir = false});
+  ASSERT_EQ(unasked.exitCode, 0) << unasked.err;
+  std::set<std::string> left;
+  for (auto const& entry : std::filesystem::directory_iterator(dir.path())) {
+    left.insert(entry.path().filename().string());
+  }
+  EXPECT_EQ(left, (std::set<std::string>{"s.json", "stderr", "stdout"}));
+
+  ASSERT_EQ(runSim(dir, {"run", scenario.string()}).exitCode, 0);
+  EXPECT_GT(std::filesystem::file_size(dir.path() / "flashlog" / "vpls-decap-sim.flashlog"), 0u);
 }
 
 }  // namespace

@@ -74,20 +74,33 @@ TEST_P(Example, PrintsTheTables) {
 
 INSTANTIATE_TEST_SUITE_P(Sim, Example, kExamples, exampleTestName);
 
+// Nobody asks for the Flashlog here (no --flashlog, no MARL_FLASHLOG_DIR): it is recorded in a
+// private directory of TMPDIR while the runner serves, and that goes with the runner.
 TEST(SimServe, ServesTheCommandSocketUntilSigtermThenRemovesIt) {
   TempDir dir;
   auto const scenario = dir.write("s.json", "{}");
   auto const socket = dir.path() / "sockets" / "MarlTunnelVpls";
-  SimProcess serve(dir, {"serve", scenario.string(), "--socket-dir",
-                         (dir.path() / "sockets").string(), "--json"});
+  SimProcess serve(
+      dir,
+      {"serve", scenario.string(), "--socket-dir", (dir.path() / "sockets").string(), "--json"},
+      {.input = {}, .flashlogDir = false});
   for (int i = 0; i < 500 && !std::filesystem::exists(socket); ++i) {
     ::usleep(10000);
   }
   ASSERT_TRUE(std::filesystem::exists(socket));
+  std::vector<std::filesystem::path> flashlogs;
+  for (auto const& entry : std::filesystem::directory_iterator(dir.path())) {
+    if (entry.path().filename().string().starts_with("vpls-decap-sim-flashlog.")) {
+      flashlogs.push_back(entry.path() / "vpls-decap-sim.flashlog");
+    }
+  }
+  ASSERT_EQ(flashlogs.size(), 1u);
+  EXPECT_GT(std::filesystem::file_size(flashlogs[0]), 0u);
   ::kill(serve.pid(), SIGTERM);
   auto const result = serve.wait();
   EXPECT_EQ(result.exitCode, 0) << result.err;
   EXPECT_FALSE(std::filesystem::exists(socket));
+  EXPECT_FALSE(std::filesystem::exists(flashlogs[0].parent_path()));
   EXPECT_TRUE(parseJson(result.out).is_object());
   EXPECT_NE(result.err.find("serving " + socket.string()), std::string::npos) << result.err;
 }

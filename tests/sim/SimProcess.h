@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -53,24 +54,40 @@ struct SimResult {
   }
 };
 
+// How the runner is started besides its arguments: what its standard input reads, and whether
+// MARL_FLASHLOG_DIR keeps its Flashlog in `<dir>/flashlog` (or nothing does).
+struct SimStart {
+  std::optional<std::filesystem::path> input;
+  bool flashlogDir = true;
+};
+
 // The runner as a child process: its output goes to files in `dir`, its Flashlog and its
 // private directory into `dir` too, so that runs of parallel tests never share one and nothing
 // is left behind.
 class SimProcess {
  public:
-  SimProcess(TempDir const& dir, std::vector<std::string> const& args) : dir_(dir) {
+  SimProcess(TempDir const& dir, std::vector<std::string> const& args, SimStart const& start = {})
+      : dir_(dir) {
     pid_ = ::fork();
     if (pid_ != 0) {
       return;
     }
     auto const redirect = [](std::filesystem::path const& file, int target) {
-      int const fd = ::open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+      int const fd = ::open(file.c_str(),
+                            target == STDIN_FILENO ? O_RDONLY : O_WRONLY | O_CREAT | O_TRUNC, 0600);
       ::dup2(fd, target);
       ::close(fd);
     };
     redirect(dir.path() / "stdout", STDOUT_FILENO);
     redirect(dir.path() / "stderr", STDERR_FILENO);
-    ::setenv("MARL_FLASHLOG_DIR", (dir.path() / "flashlog").c_str(), 1);
+    if (start.input) {
+      redirect(*start.input, STDIN_FILENO);
+    }
+    if (start.flashlogDir) {
+      ::setenv("MARL_FLASHLOG_DIR", (dir.path() / "flashlog").c_str(), 1);
+    } else {
+      ::unsetenv("MARL_FLASHLOG_DIR");
+    }
     // Its private directory too: a run that aborts leaves it behind.
     ::setenv("TMPDIR", dir.path().c_str(), 1);
     std::string const binary = simBinary().string();
@@ -105,8 +122,9 @@ class SimProcess {
   pid_t pid_ = -1;
 };
 
-inline SimResult runSim(TempDir const& dir, std::vector<std::string> const& args) {
-  return SimProcess(dir, args).wait();
+inline SimResult runSim(TempDir const& dir, std::vector<std::string> const& args,
+                        SimStart const& start = {}) {
+  return SimProcess(dir, args, start).wait();
 }
 
 // Runs one scenario text with the given options.
