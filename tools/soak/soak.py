@@ -636,7 +636,10 @@ class Soak:
             slot.stop(signal.SIGKILL)
             self.crash(slot, "did not stop within 30 s of SIGTERM")
             return self.replace_active()
-        if sig == signal.SIGTERM and code != 0:
+        if sig == signal.SIGTERM and code == -signal.SIGABRT:
+            # The batch under way, which a stop finishes, reached an assertion.
+            self.accept_abort(slot)
+        elif sig == signal.SIGTERM and code != 0:
             self.crash(slot, f"exited with {code} after SIGTERM")
         else:
             self.count["kills" if sig == signal.SIGKILL else "stops"] += 1
