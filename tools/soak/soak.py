@@ -792,8 +792,11 @@ class Soak:
         self.since.append(f"agent {slot.name} started beside")
         deadline = time.monotonic() + 10
         while not any(line.startswith(STANDING_BY) for line in slot.lines()):
-            if not slot.running() or any(line.startswith(STARTED) for line in slot.lines()):
-                return  # the active one was gone: the settle points follow whichever runs
+            if (not slot.running() or any(line.startswith(STARTED) for line in slot.lines())
+                    or self.lease_pid() == slot.pid):
+                # The active one was gone or had let the lease lapse (a server restart): the
+                # settle points follow whichever runs.
+                return
             if time.monotonic() > deadline:
                 return self.problem(f"agent {slot.name}'s start", "it did not stand by within "
                                     "10 s", slot)
