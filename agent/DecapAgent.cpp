@@ -597,23 +597,30 @@ bool DecapAgent::renewed(Lease::Outcome const& outcome,
 }
 
 void DecapAgent::withLease(std::function<void()> then) {
-  auto const sent = Orb::TaskSchedulerRoot::Clock::now();
-  if (sent - leaseRenewed_ < Lease::kExpiry) {
+  if (Orb::TaskSchedulerRoot::Clock::now() - leaseRenewed_ < Lease::kExpiry) {
     then();
     return;
   }
+  renewThen(Lease::kExpiry, std::move(then));
+}
+
+void DecapAgent::renewThen(std::chrono::milliseconds expiry, std::function<void()> then) {
   auto const gen = generation_;
-  lease_.takeOrRenew(*commands_, [this, gen, sent, then = std::move(then)](Lease::Outcome outcome) {
-    if (gen != generation_) {
-      return;
-    }
-    if (renewed(outcome, sent)) {
-      then();
-    } else if (outcome.kind == Lease::Outcome::Kind::unknown) {
-      connectionLost("cannot renew the lease " + std::string(DbLink::kAgentLease) + ": " +
-                     outcome.text);
-    }
-  });
+  auto const sent = Orb::TaskSchedulerRoot::Clock::now();
+  lease_.takeOrRenew(
+      *commands_,
+      [this, gen, sent, then = std::move(then)](Lease::Outcome outcome) {
+        if (gen != generation_) {
+          return;
+        }
+        if (renewed(outcome, sent)) {
+          then();
+        } else if (outcome.kind == Lease::Outcome::Kind::unknown) {
+          connectionLost("cannot renew the lease " + std::string(DbLink::kAgentLease) + ": " +
+                         outcome.text);
+        }
+      },
+      expiry);
 }
 
 void DecapAgent::heartbeat() {

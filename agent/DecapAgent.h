@@ -143,6 +143,9 @@ class DecapAgent {
   // expiry ago, else once renewed (a process stopped for longer may have lost it: then never).
   // Nothing is applied, recorded or started otherwise.
   void withLease(std::function<void()> then);
+  // Renews the lease for `expiry`, then runs `then` while it holds (see renewed()); a server
+  // that refuses the renewal is taken as a lost connection.
+  void renewThen(std::chrono::milliseconds expiry, std::function<void()> then);
   void heartbeat();
   // Checks that no client changed the server's configuration since the notifications were
   // set up; `then` runs when none did (else the agent starts over).

@@ -65,23 +65,9 @@ void DecapAgent::onSnapshot(StateSnapshot&& found) {
     applySnapshot(std::move(found));
     return;
   }
-  auto const gen = generation_;
-  auto const sent = Orb::TaskSchedulerRoot::Clock::now();
   auto snapshot = std::make_shared<StateSnapshot>(std::move(found));
-  lease_.takeOrRenew(
-      *commands_,
-      [this, gen, sent, snapshot](Lease::Outcome outcome) {
-        if (gen != generation_) {
-          return;
-        }
-        if (renewed(outcome, sent)) {
-          applySnapshot(std::move(*snapshot));
-        } else if (outcome.kind == Lease::Outcome::Kind::unknown) {
-          connectionLost("cannot renew the lease " + std::string(DbLink::kAgentLease) + ": " +
-                         outcome.text);
-        }
-      },
-      Lease::kExpiry + std::chrono::duration_cast<std::chrono::milliseconds>(busy));
+  renewThen(Lease::kExpiry + std::chrono::duration_cast<std::chrono::milliseconds>(busy),
+            [this, snapshot] { applySnapshot(std::move(*snapshot)); });
 }
 
 void DecapAgent::applySnapshot(StateSnapshot&& found) {
